@@ -99,6 +99,7 @@ struct ReadBuffer {
   int theresmore = 1;
   FILE* infp = nullptr;
   const char* cperr = nullptr;  // start of the field being converted
+  uint64_t fills = 0;           // refills so far: tells whether a pointer still holds
   char* sptr = nullptr;         // statement parsing cursor
 };
 

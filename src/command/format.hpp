@@ -1,0 +1,12 @@
+// INVAR RECORD: the description of packed ASCII records (fixed columns).
+#pragma once
+
+#include "driver/state.hpp"
+
+namespace kolv {
+
+// Parses a packed record description with run.rb.sptr on the record length's
+// first digit; returns the number of variables, 0 after a reported error.
+int scanformat(Run& run);
+
+}  // namespace kolv

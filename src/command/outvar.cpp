@@ -1,0 +1,134 @@
+#include "command/outvar.hpp"
+
+#include <cstdio>
+#include <cstring>
+#include <algorithm>
+#include <new>
+
+#include "command/invar.hpp"
+#include "command/names.hpp"
+#include "command/statement.hpp"
+#include "driver/fatal.hpp"
+
+namespace kolv {
+
+namespace {
+
+[[noreturn]] void syntax_error(const char* at) { getout("KOLV - Syntax error at: %s\n", at); }
+
+struct OutputFile {
+  FILE* f = nullptr;
+  ~OutputFile() {
+    if (f) std::fclose(f);
+  }
+};
+
+}  // namespace
+
+int write_variable_block(FILE* out, const char* names, const uint8_t* types, int count) {
+  size_t n = static_cast<size_t>(count);
+  if (std::fseek(out, 128, SEEK_SET) != 0) return 1;
+  if (n > 0 && std::fwrite(names, n * kNameSize, 1, out) != 1) return 1;
+  if (n > 0 && std::fwrite(types, n, 1, out) != 1) return 2;
+  if (n % 8 != 0) {
+    static constexpr char kZeros[8] = {};
+    if (std::fwrite(kZeros, 8 - n % 8, 1, out) != 1) return 3;
+  }
+  return 0;
+}
+
+void makeovar(Run& run, long capacity) {
+  Variables& v = run.vars;
+  size_t slots = v.otypes.size();
+  if (static_cast<size_t>(v.varout) >= slots || static_cast<size_t>(v.varout) >= v.outvec.size()) {
+    try {
+      if (capacity > kMaxRangeCount) throw std::bad_alloc();
+      size_t c = static_cast<size_t>(capacity);
+      v.outvec.resize(std::max(c, v.outvec.size()), 0);
+      v.onames.resize(c * kNameSize, '\0');
+      v.otypes.resize((c + 7) & ~size_t{7}, 0);
+    } catch (const std::bad_alloc&) {
+      getout("KOLV - Out of memory 770\n");
+    }
+  }
+  int index = getvardex(run, v.vname);
+  v.outvec[static_cast<size_t>(v.varout)] = index;
+  if (index < 0) {
+    std::fprintf(run.io.out, "KOLV - Undefined variable %s\n", v.vname);
+    ++v.undefvar;
+    return;
+  }
+  uint8_t type = v.itypes[static_cast<size_t>(index)];
+  fold_name(run, type != 0);
+  std::memcpy(&v.onames[static_cast<size_t>(v.varout) * kNameSize], v.vname, kNameSize);
+  v.otypes[static_cast<size_t>(v.varout)] = type;
+  ++v.varout;
+}
+
+int scanoutvar(Run& run) {
+  Variables& v = run.vars;
+  char* statement = run.rb.inbuff.get();
+  if (run.lay.varformat == 2) {
+    std::fprintf(run.io.out, "IGNORING: %s\n", statement);
+    return 0;
+  }
+  v.chardata = 0;
+  v.undefvar = 0;
+  v.varout = 0;
+  try {
+    v.onames.assign(1000 * kNameSize, '\0');
+  } catch (const std::bad_alloc&) {
+    getout("KOLV - Can't malloc memory for output variable names\n");
+  }
+  try {
+    v.otypes.assign(1000, 0);
+  } catch (const std::bad_alloc&) {
+    getout("KOLV - Can't malloc memory for output variable types\n");
+  }
+  OutputFile file;
+  file.f = std::fopen(run.files.outtmp, "r+b");
+  if (file.f == nullptr) getout("KOLV - Can't open temporary file 6\n");
+
+  char* p = argument_at(statement, 7);
+  for (;;) {
+    p = skip_separators(p);
+    if (*p == '\0') break;
+    if (!is_name_char(*p)) syntax_error(p);
+    read_name(run, p);
+    if (is_name_char(*p)) syntax_error(p);  // a 33rd name character
+    if (*p == '[') {
+      NameRange range;
+      if (char* at = parse_range(p, range, run.set.vpad)) syntax_error(at);
+      long count = range.last - range.first + 1;
+      if (count > kMaxRangeCount) getout("KOLV - Out of memory 770\n");
+      char stem[kNameSize + 1];
+      std::memcpy(stem, v.vname, sizeof stem);
+      for (long i = range.first; i <= range.last; ++i) {
+        range_name(stem, range.width, i, v.vname);
+        makeovar(run, v.varout + count);
+      }
+    } else {
+      makeovar(run, v.varout + 64);
+    }
+  }
+  run.rb.sptr = p;
+
+  switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
+    case 1:
+      getout("KOLV - Can't write variable names to header (2)\n");
+    case 2:
+      getout("KOLV - Can't write variable types to header (2)\n");
+    case 3:
+      getout("KOLV - Can't write variable types to header (2a)\n");
+    default:
+      break;
+  }
+  if (std::fclose(file.f) != 0) {
+    file.f = nullptr;
+    getout("KOLV - Can't write variable names to header (2)\n");
+  }
+  file.f = nullptr;
+  return v.varout;
+}
+
+}  // namespace kolv

@@ -1,0 +1,92 @@
+#include "command/settings.hpp"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "command/statement.hpp"
+#include "driver/paths.hpp"
+
+namespace kolv {
+
+namespace {
+
+constexpr int kNameLimit = 1020;
+
+// Copies the rest of the statement (inner blanks and line feeds included) into
+// name, at most 1020 characters; returns the count copied.
+int copy_name(Run& run, size_t offset, char* name) {
+  char* p = skip_separators(argument_at(run.rb.inbuff.get(), offset));
+  int n = 0;
+  while (n < kNameLimit && p[n] != '\0') {
+    name[n] = p[n];
+    ++n;
+  }
+  name[n] = '\0';
+  run.rb.sptr = p + n;
+  return n;
+}
+
+}  // namespace
+
+int scaninput(Run& run) {
+  char* name = run.set.infile;
+  if (copy_name(run, 6, name) == 0) return 0;
+  pathparse(name);
+  return static_cast<int>(std::strlen(name));
+}
+
+int scanoutput(Run& run) {
+  char name[kPathSize + 8];
+  if (copy_name(run, 7, name) == 0) {
+    run.set.outfile[0] = '\0';
+    return 0;
+  }
+  char* dot = std::strrchr(name, '.');
+  if (dot != nullptr && std::strchr(dot, '/') == nullptr) *dot = '\0';
+  std::strcat(name, ".dat");
+  // A 1020-character name plus ".dat" would not fit the path buffer.
+  g_strlcpy(run.set.outfile, name, kPathSize);
+  pathparse(run.set.outfile);
+  return static_cast<int>(std::strlen(run.set.outfile));
+}
+
+int scanouttyp(Run& run) {
+  char* p = skip_separators(argument_at(run.rb.inbuff.get(), 7));
+  run.rb.sptr = p;
+  switch (std::toupper(static_cast<unsigned char>(*p))) {
+    case 'I':
+    case '2':
+      return run.set.otyp = 2;
+    case 'F':
+    case '4':
+      return run.set.otyp = 4;
+    case 'D':
+    case '8':
+      return run.set.otyp = 8;
+    default:
+      break;
+  }
+  FILE* out = run.io.out;
+  std::fprintf(out, "KOLV - Invalid output type %c\n\n", *p);
+  std::fputs("       Use: I or 2 - for 2 byte integer\n", out);
+  std::fputs("            F or 4 - for 4 byte floating point\n", out);
+  std::fputs("            D or 8 - for 8 byte floating point\n\n", out);
+  std::fputs("       Defaulting to 8 byte floating point...\n", out);
+  return run.set.otyp = 8;
+}
+
+int scanms(Run& run) {
+  char* p = skip_separators(argument_at(run.rb.inbuff.get(), 5));
+  run.rb.sptr = p;
+  if (*p == '\0') {
+    std::fputs("KOLV - Missing value symbol not found\n", run.io.out);
+    run.set.msym_found = 0;
+    return 0;
+  }
+  run.set.mstring = *p;
+  run.set.msym_found = 1;
+  return 1;
+}
+
+}  // namespace kolv

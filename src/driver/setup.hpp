@@ -1,0 +1,18 @@
+// Output preparation before pass 2, and the conversion with its set-up and
+// completion after pass 3.
+#pragma once
+
+#include "driver/state.hpp"
+
+namespace kolv {
+
+// Validates an append target, or creates the temporary output beside the
+// output with a zero header.
+void prepare_output(Run& run);
+
+// Writes the variable block, settles the element type, opens the input, runs
+// the row loop, reports, completes the header and puts the file in place.
+// Returns the exit status (0).
+int convert_and_complete(Run& run);
+
+}  // namespace kolv

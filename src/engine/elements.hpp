@@ -1,0 +1,63 @@
+// Output elements: how an 8-byte slot becomes a 2-, 4- or 8-byte element.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace kolv {
+
+inline constexpr uint16_t kMissing16 = 0x8000;
+inline constexpr uint32_t kMissing32 = 0x7FFFFFF8;
+
+// A slot is missing when its top 16 bits, sign cleared, exceed 0x7FF0: all
+// exponent bits set and a non-zero top nibble of the fraction. Infinities and
+// NaNs with a zero top nibble are values.
+inline bool is_missing(uint64_t bits) { return ((bits >> 48) & 0x7FFF) > 0x7FF0; }
+
+inline uint64_t slot_bits(const char* slot) {
+  uint64_t bits;
+  std::memcpy(&bits, slot, 8);
+  return bits;
+}
+
+// floor(x + 0.5) truncated to 32 bits (0x80000000 when out of range or not a
+// number), of which the low 16 bits are kept: deliberate wrap-around.
+inline uint16_t to_element16(const char* slot) {
+  uint64_t bits = slot_bits(slot);
+  if (is_missing(bits)) return kMissing16;
+  double x;
+  std::memcpy(&x, &bits, 8);
+  double r = std::floor(x + 0.5);
+  int32_t i = INT32_MIN;
+  if (r >= -2147483648.0 && r < 2147483648.0) i = static_cast<int32_t>(r);
+  return static_cast<uint16_t>(static_cast<uint32_t>(i) & 0xFFFF);
+}
+
+inline uint32_t to_element32(const char* slot) {
+  uint64_t bits = slot_bits(slot);
+  if (is_missing(bits)) return kMissing32;
+  double x;
+  std::memcpy(&x, &bits, 8);
+  float f = static_cast<float>(x);
+  uint32_t out;
+  std::memcpy(&out, &f, 4);
+  return out;
+}
+
+// Writes one element of width W (2, 4 or 8) for slot at out, little-endian.
+template <int W>
+inline void put_element(char* out, const char* slot) {
+  if constexpr (W == 2) {
+    uint16_t e = to_element16(slot);
+    out[0] = static_cast<char>(e & 0xFF);
+    out[1] = static_cast<char>(e >> 8);
+  } else if constexpr (W == 4) {
+    uint32_t e = to_element32(slot);
+    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>((e >> (8 * i)) & 0xFF);
+  } else {
+    std::memcpy(out, slot, 8);
+  }
+}
+
+}  // namespace kolv

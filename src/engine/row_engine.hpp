@@ -1,0 +1,104 @@
+// The row engine: reads rows by a layout's rules, turns each into output
+// elements and writes them in blocks of at most 131072 bytes.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "engine/elements.hpp"
+#include "engine/layouts.hpp"
+#include "engine/loops.hpp"
+
+namespace kolv {
+
+namespace engine_detail {
+
+inline bool write_rows(Run& run, const char* block, size_t bytes) {
+  return std::fwrite(block, bytes, 1, run.files.fout) == 1;
+}
+
+inline void report_incomplete_row(Run& run, const char* pos) {
+  sourcerr(run, kLastRowIncomplete, pos, run.cnt.srcrow);
+}
+
+}  // namespace engine_detail
+
+// Layout L, element width W (2, 4 or 8); All: every input variable is output
+// in input order, otherwise the columns that outvec selects. With All and
+// W == 8 fields are scanned straight into the output block.
+template <RowLayout L, int W, bool All>
+int row_loop(Run& run) {
+  using namespace engine_detail;
+  const Variables& vars = run.vars;
+  const int cplx = run.set.cplx;
+  const int n = vars.varin * cplx;
+  const int columns = All ? n : vars.varout * cplx;
+  constexpr bool kDirect = All && W == 8;
+  const size_t row_bytes = static_cast<size_t>(W) * static_cast<size_t>(columns);
+  size_t rows_per_block = row_bytes == 0 ? 1 : kBlockBytes / row_bytes;
+  if (rows_per_block == 0) rows_per_block = 1;  // a row wider than a block still fits one
+
+  std::unique_ptr<char[]> row_buffer;
+  std::unique_ptr<char[]> block;
+  std::vector<uint8_t> types;
+  std::vector<int32_t> selected;
+  try {
+    if (!kDirect) row_buffer.reset(new char[8 * static_cast<size_t>(n) + 8]());
+    block.reset(new char[rows_per_block * row_bytes + 8]());
+    types.resize(static_cast<size_t>(n) + 1);
+    for (int k = 0; k < n; ++k) types[static_cast<size_t>(k)] = vars.itypes[static_cast<size_t>(k / cplx)];
+    if (!All) {
+      // Input slot of every output element: real part, then imaginary part.
+      selected.resize(static_cast<size_t>(columns) + 1);
+      for (int j = 0; j < vars.varout; ++j)
+        for (int c = 0; c < cplx; ++c)
+          selected[static_cast<size_t>(j * cplx + c)] = vars.outvec[static_cast<size_t>(j)] * cplx + c;
+    }
+  } catch (const std::bad_alloc&) {
+    return kLoopNoMemory;
+  }
+
+  ReadBuffer& rb = run.rb;
+  char* pos = rb.inbuff.get();
+  if (*pos == '\0') return kLoopDone;
+  if constexpr (L == RowLayout::kSoft) {
+    pos = skip<is_soft_separator>(rb, pos, run.cnt.srcrow);
+    if (*pos == '\0') return kLoopDone;
+  }
+
+  bool partial = false;
+  size_t buffered = 0;
+  for (;;) {
+    char* out = block.get() + buffered * row_bytes;
+    char* slots = kDirect ? out : row_buffer.get();
+    RowEnd end = read_row<L>(run, pos, slots, n, types.data(), partial);
+    if (end == RowEnd::kRejected) return kLoopRejected;
+    if (end == RowEnd::kIncomplete) {
+      report_incomplete_row(run, pos);
+      if (buffered > 0 && !write_rows(run, block.get(), buffered * row_bytes))
+        return kLoopWriteFailed;
+      return kLoopDone;
+    }
+    if constexpr (!kDirect) {
+      for (int j = 0; j < columns; ++j) {
+        int slot = All ? j : selected[static_cast<size_t>(j)];
+        put_element<W>(out + static_cast<size_t>(j) * W, slots + 8 * static_cast<size_t>(slot));
+      }
+    }
+    ++run.cnt.row;
+    if (++buffered == rows_per_block) {
+      if (!write_rows(run, block.get(), buffered * row_bytes)) return kLoopWriteFailed;
+      buffered = 0;
+    }
+    if (at_refill(rb, pos)) pos = fillbuff(rb, pos);
+    if (*pos == '\0') break;
+  }
+  if (buffered > 0 && !write_rows(run, block.get(), buffered * row_bytes)) return kLoopWriteFailed;
+  if (L == RowLayout::kLinePerRow && partial)
+    std::fputs("WARNING:  Partial record(s) found, completed with missing values.\n", run.io.err);
+  return kLoopDone;
+}
+
+}  // namespace kolv

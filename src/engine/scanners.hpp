@@ -1,0 +1,124 @@
+// The field scanners of delimited input: scandbl for a field of a numeric
+// variable, scanstr for a field of a character variable. Each fills one
+// 8-byte slot (a double, the missing-value pattern, or up to 8 characters) and
+// returns the first byte it did not consume; the buffer may have been
+// refilled, so older pointers into it are void.
+#pragma once
+
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+
+#include "driver/state.hpp"
+#include "engine/numparse.hpp"
+#include "engine/readbuf.hpp"
+
+namespace kolv {
+
+// Bytes that end a field: NUL, TAB, LF, CR, space, comma.
+inline bool is_terminator(char c) {
+  unsigned char u = static_cast<unsigned char>(c);
+  return u == 0 || u == '\t' || u == '\n' || u == '\r' || u == ' ' || u == ',';
+}
+
+inline void store_missval(char* slot) {
+  uint64_t bits = kMissvalBits;
+  std::memcpy(slot, &bits, 8);
+}
+
+// Marks input variable `variable` as holding character data; 255 (text cut to
+// 8 bytes) is kept once set.
+inline void mark_character(Variables& vars, int variable, uint8_t flag) {
+  uint8_t& v = vars.vrec[static_cast<size_t>(variable)];
+  if (v != 255) v = flag;
+}
+
+// The missing-value test of both scanners at p ("." or the MSYM character):
+// looks at the byte after it, refilling first when that byte is the buffer's
+// end and more input follows. Returns the byte after the missing-value
+// character; p may have moved to the buffer's start.
+inline char peek_after_missing(ReadBuffer& rb, char*& p) {
+  if (p[1] == '\0' && rb.theresmore) p = fillbuff(rb, p);
+  return p[1];
+}
+
+inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+  ReadBuffer& rb = run.rb;
+  const int variable = field / run.set.cplx;
+  std::memset(slot, 0, 8);
+  mark_character(run.vars, variable, 1);
+  status = 1;
+  if (*pos == '.' || *pos == run.set.mstring) {
+    if (is_terminator(peek_after_missing(rb, pos))) {
+      store_missval(slot);
+      return pos + 1;
+    }
+  }
+  int n = 0;
+  while (!is_terminator(*pos)) {
+    if (n < 8) {
+      slot[n++] = *pos;
+    } else {
+      mark_character(run.vars, variable, 255);
+    }
+    if (pos[1] == '\0' && rb.theresmore) {
+      pos = fillbuff(rb, pos + 1);
+    } else {
+      ++pos;
+    }
+  }
+  return pos;
+}
+
+inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+  ReadBuffer& rb = run.rb;
+  char* const buffer_end = rb.inbuff.get() + kReadSize;
+  if (buffer_end - pos < 80 && rb.theresmore) pos = fillbuff(rb, pos);
+
+  char* start = pos;
+  for (;;) {
+    rb.cperr = start;
+    while (*pos == ' ') ++pos;
+    if (!at_refill(rb, pos)) break;
+    // A run of blanks as long as the buffer cannot be kept whole.
+    start = fillbuff(rb, pos - start < rb.read_size ? start : pos);
+    pos = start;
+  }
+
+  if (*pos == '.' || *pos == run.set.mstring) {
+    rb.cperr = pos;
+    char next = peek_after_missing(rb, pos);
+    if (is_terminator(next) || next == 'I' || next == '}') {
+      store_missval(slot);
+      status = 1;
+      return pos + 1;
+    }
+  }
+  unsigned char first = static_cast<unsigned char>(*pos);
+  if (first == '_' || std::isalpha(first)) return scanstr(run, pos, slot, field, status);
+
+  bool refilled = false;
+  double value;
+  const char* end;
+  for (;;) {
+    end = parse_double(pos, &value);
+    if (*end != '\0' && (end != pos || refilled)) break;
+    if (!rb.theresmore) break;
+    // A number as long as the whole buffer cannot be seen whole: bad data.
+    if (end - pos >= rb.read_size || strnlen(pos, kReadSize) >= static_cast<size_t>(rb.read_size)) {
+      end = pos;
+      break;
+    }
+    pos = fillbuff(rb, pos);
+    refilled = true;
+  }
+  if (end == pos) {
+    status = 0;
+    return pos;
+  }
+  std::memcpy(slot, &value, 8);
+  status = 1;
+  return const_cast<char*>(end);
+}
+
+}  // namespace kolv

@@ -1,0 +1,56 @@
+#include "engine/sourcerr.hpp"
+
+#include <cctype>
+#include <cstdio>
+
+#include "driver/fatal.hpp"
+
+namespace kolv {
+
+void dump_bytes(FILE* out, const char* position, size_t limit, bool with_closing_quote) {
+  size_t count = 0;
+  while (count < limit && count < 16 && position[count] != '\0') ++count;
+  std::fputs("   Hex:    ", out);
+  // Bytes are widened as signed chars: 0x80 and above print as ffffff80.
+  for (size_t i = 0; i < count; ++i)
+    std::fprintf(out, "%02x ", static_cast<int>(static_cast<signed char>(position[i])));
+  std::fputs("\n   ASCII: \"", out);
+  for (size_t i = 0; i < count; ++i) {
+    unsigned char c = static_cast<unsigned char>(position[i]);
+    std::fputc(std::isprint(c) ? c : 4, out);
+  }
+  if (with_closing_quote) std::fputs("\"\n", out);
+}
+
+int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line) {
+  if (kind < 1 || kind > 4) getout("KOLV - Internal error 303\n");
+  FILE* out = run.io.out;
+  double offset = static_cast<int32_t>(position - run.rb.inbuff.get());
+  double at_line = line;
+  const char* infile = run.set.infile;
+  switch (kind) {
+    case kMissingDelimiter:
+      std::fputs("Missing delimiter - file ", out);
+      std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex,  %1.0f decimal:\n", infile,
+                   at_line, offset, offset);
+      break;
+    case kLastRowIncomplete:
+      std::fprintf(out, "End of file %s\n", infile);
+      std::fprintf(out, "Last row incomplete - line %1.0f,  file offset %1.0f hex,  %1.0f decimal\n",
+                   at_line, offset, offset);
+      return kind;
+    case kBadData:
+      std::fprintf(out, "Bad data - file %s,  line %1.0f,  file offset %1.0f hex,  %1.0f decimal:\n",
+                   infile, at_line, offset, offset);
+      break;
+    default:
+      std::fputs("Unexpected delimiter - file ", out);
+      std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex,  %1.0f decimal:\n", infile,
+                   at_line, offset, offset);
+      break;
+  }
+  dump_bytes(out, position, 16, true);
+  return kind;
+}
+
+}  // namespace kolv
