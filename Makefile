@@ -10,7 +10,7 @@ build:
 
 # Build kolv and convert the bundled example.
 example: build
-	cd examples && ../$(BUILD)/kolv example.cmd
+	cd examples && ../$(BUILD)/kolv example.cmd && ../$(BUILD)/kolvdump survey.dat
 
 # Build everything and run the whole test suite.
 test: build

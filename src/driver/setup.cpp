@@ -1,5 +1,6 @@
 #include "driver/setup.hpp"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -50,6 +51,11 @@ void make_temporary_name(Run& run) {
   if (name == nullptr) getout("KOLV - Can't create temporary output file\n");
   g_strlcpy(run.files.outtmp, name, kPathSize);
   std::free(name);
+  // The reserved name is private to its creator; the data set it becomes
+  // gets the ordinary permissions of a new file.
+  mode_t mask = ::umask(0);
+  ::umask(mask);
+  ::chmod(run.files.outtmp, 0666 & ~mask);
 }
 
 void write_all_variables_block(Run& run) {
