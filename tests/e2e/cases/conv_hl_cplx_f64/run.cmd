@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP D;
+COMPLEX;
+INVAR DELIMIT(\R) p q r;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP D;
+INVAR DELIMIT(\R) x y z;

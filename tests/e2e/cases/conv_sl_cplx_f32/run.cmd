@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP F;
+COMPLEX;
+INVAR DELIMIT(|,N) p q r;

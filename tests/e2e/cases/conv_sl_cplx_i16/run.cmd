@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP I;
+COMPLEX;
+INVAR DELIMIT(\C) p q r;

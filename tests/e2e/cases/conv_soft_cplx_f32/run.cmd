@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP F;
+COMPLEX;
+INVAR p q r;
