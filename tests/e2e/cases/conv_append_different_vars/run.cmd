@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+APPEND;
+OUTTYP F;
+INVAR p q;

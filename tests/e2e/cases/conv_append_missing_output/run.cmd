@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+APPEND;
+INVAR a b;

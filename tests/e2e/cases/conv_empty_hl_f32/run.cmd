@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP 4;
+INVAR DELIMIT(\R) a b;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP F;
+INVAR DELIMIT(\N) a b;

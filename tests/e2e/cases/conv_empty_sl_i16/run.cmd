@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP 2;
+INVAR DELIMIT a b;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+PRESERVECASE;
+INVAR $ Name # Age wt;

@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR x[3:1] y;
