@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+MSYM -;
+OUTTYP I;
+INVAR a;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+COMPLEX;
+INVAR x y;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR DELIMIT(\R) $ s # n;
+OUTVAR n s;

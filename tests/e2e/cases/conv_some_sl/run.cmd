@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+COMPLEX;
+INVAR DELIMIT a b;
+OUTVAR b a;
