@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out;
+COMPLEX;
+INVAR a b;
+REAL;

@@ -1,0 +1,6 @@
+
+
+  BOGUS
+;
+INPUT in.txt;
+OUTPUT out;

@@ -1,0 +1,3 @@
+INPUT my data.asc;
+OUTPUT out;
+INVAR a b;

@@ -1,0 +1,3 @@
+INPUT in.txt;
+INVAR a b;
+OUTPUT out

@@ -1,0 +1,2 @@
+input in.txt;
+output x.asc;

@@ -1,0 +1,2 @@
+OUTPUT out;
+INVAR a;

@@ -1,0 +1,2 @@
+OUTTYP D;
+INVAR a;

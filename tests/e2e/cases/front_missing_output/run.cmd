@@ -1,0 +1,2 @@
+INPUT in.txt;
+INVAR a;

@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out;
+MSYM *;
+MSYM ,
+;

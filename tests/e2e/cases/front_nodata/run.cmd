@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out;
+NODATA;
+INVAR a;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out;
+@ this comment has no end;
+INVAR a;

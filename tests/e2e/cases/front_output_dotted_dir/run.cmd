@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT dir.v2/results;
+INVAR a b;

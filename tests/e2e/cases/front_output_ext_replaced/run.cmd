@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT results.old;
+INVAR a b;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out;
+OUTTYP 3;
+INVAR a b;

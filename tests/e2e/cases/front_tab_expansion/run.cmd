@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out;
+X	Y
+	Z
+12		W;

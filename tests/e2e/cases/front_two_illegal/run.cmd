@@ -1,0 +1,6 @@
+INPUT in.txt;
+OUTPUT out;
+FROB 1;
+INVAR a;
+WIBBLE
+  wobble;

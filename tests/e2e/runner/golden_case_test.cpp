@@ -1,0 +1,41 @@
+// One test per case folder under the cases directory, each running the real
+// kolv binary (see tests/e2e/README.md).
+#include "golden_case.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "build_info.hpp"
+
+namespace kolv::e2e {
+namespace {
+
+bool env_flag(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+class Golden : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(Golden, Case) {
+  RunnerOptions options;
+  options.program = KOLV_E2E_PROGRAM;
+  options.build_date = KOLV_BUILD_DATE;
+  options.keep = env_flag("KOLV_E2E_KEEP");
+  options.update = env_flag("KOLV_E2E_UPDATE");
+  CaseOutcome outcome = run_case(std::filesystem::path(KOLV_E2E_CASES_DIR) / GetParam(), options);
+  for (const std::string& note : outcome.notes) std::cout << GetParam() << ": " << note << "\n";
+  for (const std::string& failure : outcome.failures)
+    ADD_FAILURE() << GetParam() << ": " << failure;
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, Golden, ::testing::ValuesIn(list_case_names(KOLV_E2E_CASES_DIR)),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           return test_name_for(info.param);
+                         });
+
+}  // namespace
+}  // namespace kolv::e2e
