@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR DELIMIT(\R) a;
