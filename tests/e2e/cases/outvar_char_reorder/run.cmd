@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR $ name # age;
+OUTVAR age NAME;

@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+COMPLEX;
+INVAR a b c;
+OUTVAR b;

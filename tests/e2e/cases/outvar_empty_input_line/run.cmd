@@ -1,0 +1,6 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP 2;
+COMPLEX;
+INVAR DELIMIT(\R) a b c;
+OUTVAR c b;

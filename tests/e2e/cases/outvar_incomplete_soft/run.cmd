@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR a b c;
+OUTVAR c a;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR x y x;
+OUTVAR y x x;

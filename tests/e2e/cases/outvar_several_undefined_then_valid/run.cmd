@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR a b;
+OUTVAR zz;
+OUTVAR b;

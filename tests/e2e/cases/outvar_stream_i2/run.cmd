@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP I;
+INVAR DELIMIT a b c;
+OUTVAR b c a b;

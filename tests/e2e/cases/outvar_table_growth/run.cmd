@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out.dat;
+OUTTYP I;
+INVAR x[1200];
+OUTVAR x[2:1200] x0001;

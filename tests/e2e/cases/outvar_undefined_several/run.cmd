@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out.dat;
+INVAR a x[3];
+OUTVAR Zz a x[2:4];
