@@ -1,0 +1,300 @@
+#include "driver/dataset.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "driver/state.hpp"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// An anonymous file holding the given bytes, opened for update like an
+// append target.
+struct TempFile {
+  FILE* fp = std::tmpfile();
+  explicit TempFile(const Bytes& bytes) {
+    if (fp != nullptr && !bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), fp);
+    if (fp != nullptr) std::fflush(fp);
+  }
+  ~TempFile() {
+    if (fp != nullptr) std::fclose(fp);
+  }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+};
+
+void put32(Bytes& b, size_t at, uint32_t v) {
+  if (b.size() < at + 4) b.resize(at + 4, 0);
+  b[at] = static_cast<uint8_t>(v & 0xFF);
+  b[at + 1] = static_cast<uint8_t>((v >> 8) & 0xFF);
+  b[at + 2] = static_cast<uint8_t>((v >> 16) & 0xFF);
+  b[at + 3] = static_cast<uint8_t>((v >> 24) & 0xFF);
+}
+
+// A finished header of `rows` rows of `columns` doubles, set field by field
+// from the layout table.
+Bytes table_header(uint32_t rows, uint32_t columns, uint32_t offset) {
+  Bytes b(128, 0);
+  put32(b, 0, 0xFFFFFFFF);
+  put32(b, 8, 0xFFFFFFFF);
+  put32(b, 16, 0xFFFFFFFF);
+  put32(b, 28, 0xABCDEF02);
+  put32(b, 32, 1);
+  put32(b, 40, 1);
+  put32(b, 44, 1008);
+  put32(b, 48, 8);
+  put32(b, 56, 1);
+  put32(b, 60, 2);
+  put32(b, 64, 1);
+  put32(b, 72, offset);
+  put32(b, 80, rows);
+  put32(b, 84, columns);
+  return b;
+}
+
+// Runs ReadFileHeader and returns the message it ended the run with, or
+// "returned N" when it returned.
+std::string validate(const Bytes& file, uint8_t uhout[128]) {
+  TempFile t(file);
+  if (t.fp == nullptr) return "no temporary file";
+  try {
+    int version = kolv::ReadFileHeader(t.fp, uhout);
+    return "returned " + std::to_string(version);
+  } catch (const kolv::FatalError& e) {
+    return e.message;
+  }
+}
+
+std::string validate(const Bytes& file) {
+  uint8_t uhout[128];
+  return validate(file, uhout);
+}
+
+const char* const kUnrecognised = "kolv -- unrecognized output file type, cannot append\n";
+const char* const kReversed = "kolv -- byte order reversed, use morvelix before appending\n";
+const char* const kV92 = "kolv -- v92 file format, use morvelix before appending\n";
+
+}  // namespace
+
+// ---- layout arithmetic ----
+
+TEST(DataOffset, EightColumnsNeedNoPad) {
+  EXPECT_EQ(kolv::variable_pad(8), 0u);
+  EXPECT_EQ(kolv::data_offset(8), 392u);
+}
+
+TEST(DataOffset, ThreeColumnsTakeFivePadBytes) {
+  EXPECT_EQ(kolv::variable_pad(3), 5u);
+  EXPECT_EQ(kolv::data_offset(3), 232u);
+}
+
+TEST(DataOffset, OtherCounts) {
+  EXPECT_EQ(kolv::data_offset(0), 128u);
+  EXPECT_EQ(kolv::data_offset(1), 128u + 32u + 1u + 7u);
+  EXPECT_EQ(kolv::data_offset(9), 128u + 288u + 9u + 7u);
+  EXPECT_EQ(kolv::data_offset(16), 128u + 512u + 16u);
+  for (uint32_t n = 0; n < 40; ++n) EXPECT_EQ(kolv::data_offset(n) % 8, 0u) << n;
+}
+
+// ---- header image ----
+
+TEST(BuildHeader, MatchesGoldenImageByteForByte) {
+  // Doubles, not complex, 10 rows, 3 columns: data at 232 (0xE8).
+  const std::array<uint8_t, 128> golden = {
+      0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00,  // 0: signature 1, 2
+      0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00,  // 8: signature 3, 4
+      0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00,  // 16: signature 5, byte-order flag
+      0x00, 0x00, 0x00, 0x00, 0x02, 0xEF, 0xCD, 0xAB,  // 24: reserved, check word
+      0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 32: 1, reserved
+      0x01, 0x00, 0x00, 0x00, 0xF0, 0x03, 0x00, 0x00,  // 40: 1, type code 1008
+      0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 48: size 8, complex 0
+      0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00,  // 56: 1, 2
+      0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 64: 1, reserved
+      0xE8, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 72: data offset 232, reserved
+      0x0A, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00,  // 80: rows 10, columns 3
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 88: reserved
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 96
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 104
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 112
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  // 120
+  };
+  uint8_t uhout[128];
+  std::memset(uhout, 0x5A, sizeof uhout);  // stale bytes must not survive
+  kolv::build_header(uhout, 8, 1, 10, 3);
+  for (size_t i = 0; i < 128; ++i) EXPECT_EQ(uhout[i], golden[i]) << "byte " << i;
+}
+
+TEST(BuildHeader, ElementTypeCodes) {
+  uint8_t uhout[128];
+  kolv::build_header(uhout, 2, 1, 0, 1);
+  EXPECT_EQ(uhout[44], 0x0C);  // 12
+  EXPECT_EQ(uhout[45], 0x00);
+  EXPECT_EQ(uhout[48], 2);
+  kolv::build_header(uhout, 4, 1, 0, 1);
+  EXPECT_EQ(uhout[44], 0xEC);  // 1004 = 0x03EC
+  EXPECT_EQ(uhout[45], 0x03);
+  EXPECT_EQ(uhout[48], 4);
+  kolv::build_header(uhout, 8, 1, 0, 1);
+  EXPECT_EQ(uhout[44], 0xF0);  // 1008 = 0x03F0
+  EXPECT_EQ(uhout[45], 0x03);
+  EXPECT_EQ(uhout[48], 8);
+}
+
+TEST(BuildHeader, UnknownElementSizeLeavesTypeWordsZero) {
+  for (int otyp : {0, 1, 3, 16}) {
+    uint8_t uhout[128];
+    std::memset(uhout, 0x5A, sizeof uhout);
+    kolv::build_header(uhout, otyp, 1, 4, 2);
+    for (int i = 44; i < 52; ++i) EXPECT_EQ(uhout[i], 0) << "otyp " << otyp << " byte " << i;
+    EXPECT_EQ(uhout[80], 4);  // the rest is still built
+    EXPECT_EQ(uhout[84], 2);
+    EXPECT_EQ(uhout[72], 128 + 64 + 2 + 6);
+  }
+}
+
+TEST(BuildHeader, ComplexFlag) {
+  uint8_t uhout[128];
+  kolv::build_header(uhout, 4, 2, 0, 1);
+  EXPECT_EQ(uhout[52], 1);
+  EXPECT_EQ(uhout[53], 0);
+  kolv::build_header(uhout, 4, 1, 0, 1);
+  EXPECT_EQ(uhout[52], 0);
+}
+
+TEST(BuildHeader, LargeCountsAreLittleEndian) {
+  uint8_t uhout[128];
+  kolv::build_header(uhout, 2, 1, 0x01020304u, 1000);
+  EXPECT_EQ(uhout[80], 0x04);
+  EXPECT_EQ(uhout[81], 0x03);
+  EXPECT_EQ(uhout[82], 0x02);
+  EXPECT_EQ(uhout[83], 0x01);
+  EXPECT_EQ(uhout[84], 0xE8);  // 1000 = 0x03E8
+  EXPECT_EQ(uhout[85], 0x03);
+  // 128 + 33000, pad 0: 33128 = 0x8168
+  EXPECT_EQ(uhout[72], 0x68);
+  EXPECT_EQ(uhout[73], 0x81);
+  EXPECT_EQ(kolv::header_rows(uhout), 0x01020304u);
+}
+
+// ---- append validation ----
+
+TEST(ReadFileHeader, AcceptsFinishedFileAndLeavesHeader) {
+  Bytes file = table_header(10, 3, 232);
+  file.resize(232 + 10 * 3 * 8, 0);
+  uint8_t uhout[128];
+  EXPECT_EQ(validate(file, uhout), "returned 96");
+  EXPECT_EQ(kolv::header_rows(uhout), 10u);
+  EXPECT_EQ(std::memcmp(uhout, file.data(), 128), 0);
+}
+
+TEST(ReadFileHeader, RowCountOfOwnHeaderReadsBack) {
+  uint8_t built[128];
+  kolv::build_header(built, 8, 1, 10, 2);
+  Bytes file(built, built + 128);
+  file.resize(kolv::data_offset(2) + 10 * 2 * 8, 0);
+  uint8_t uhout[128];
+  EXPECT_EQ(validate(file, uhout), "returned 96");
+  EXPECT_EQ(kolv::header_rows(uhout), 10u);
+  // Appending 5 rows: the rebuilt header counts old and new rows together.
+  kolv::build_header(built, 8, 1, kolv::header_rows(uhout) + 5, 2);
+  EXPECT_EQ(built[80], 15);
+  EXPECT_EQ(kolv::header_rows(built), 15u);
+}
+
+TEST(ReadFileHeader, RewindsBeforeReading) {
+  Bytes file = table_header(7, 1, 168);
+  TempFile t(file);
+  ASSERT_NE(t.fp, nullptr);
+  std::fseek(t.fp, 0, SEEK_END);  // the stream is at the end, as after writing
+  uint8_t uhout[128];
+  EXPECT_EQ(kolv::ReadFileHeader(t.fp, uhout), 96);
+  EXPECT_EQ(kolv::header_rows(uhout), 7u);
+}
+
+TEST(ReadFileHeader, ReversedOrderWithSwappedCheckWord) {
+  Bytes file = table_header(10, 3, 232);
+  put32(file, 20, 1);            // byte-order flag set
+  put32(file, 28, 0x02EFCDABu);  // the check word as the other order reads it
+  uint8_t uhout[128];
+  EXPECT_EQ(validate(file, uhout), kReversed);
+  // The check word was reversed in place before the comparison.
+  EXPECT_EQ(kolv::load_le32(uhout + 28), 0xABCDEF02u);
+}
+
+TEST(ReadFileHeader, ReversedOrderFlagWithOtherCheckWord) {
+  Bytes file = table_header(10, 3, 232);
+  put32(file, 20, 0x01000000u);
+  put32(file, 28, 0xABCDEF02u);  // reversed, this reads 0x02EFCDAB
+  EXPECT_EQ(validate(file), kUnrecognised);
+  put32(file, 28, 0x12345678u);
+  EXPECT_EQ(validate(file), kUnrecognised);
+}
+
+TEST(ReadFileHeader, WrongCheckWordInOwnOrder) {
+  Bytes file = table_header(10, 3, 232);
+  put32(file, 28, 0x02EFCDABu);
+  EXPECT_EQ(validate(file), kUnrecognised);
+  put32(file, 28, 0);
+  EXPECT_EQ(validate(file), kUnrecognised);
+}
+
+TEST(ReadFileHeader, EachSignatureWordIsChecked) {
+  for (size_t at : {0u, 4u, 8u, 12u, 16u}) {
+    Bytes file = table_header(1, 1, 168);
+    file[at + 1] ^= 0x10;
+    EXPECT_EQ(validate(file), kUnrecognised) << "word at " << at;
+  }
+}
+
+TEST(ReadFileHeader, EmptyFileIsUnrecognised) {
+  EXPECT_EQ(validate(Bytes{}), kUnrecognised);
+}
+
+TEST(ReadFileHeader, UnfinishedFileIsUnrecognised) {
+  // A run's placeholder: 128 zero bytes and a variable block.
+  Bytes file(168, 0);
+  EXPECT_EQ(validate(file), kUnrecognised);
+}
+
+TEST(ReadFileHeader, ShortFileIsUnrecognised) {
+  Bytes file = table_header(1, 1, 168);
+  file.resize(27);  // signature complete, check word cut off
+  EXPECT_EQ(validate(file), kUnrecognised);
+  file.resize(10);
+  EXPECT_EQ(validate(file), kUnrecognised);
+}
+
+TEST(ReadFileHeader, ShortFileWithVersion92MarkIsVersion92) {
+  Bytes file(12, 0);
+  put32(file, 4, 0xEECACACAu);
+  EXPECT_EQ(validate(file), kV92);
+  file.resize(8);
+  EXPECT_EQ(validate(file), kV92);
+}
+
+TEST(ReadFileHeader, Version92Header) {
+  Bytes file(40 + 64, 0);
+  put32(file, 0, 0x00000001u);
+  put32(file, 4, 0xEECACACAu);
+  EXPECT_EQ(validate(file), kV92);
+}
+
+TEST(ReadFileHeader, Version92MarkElsewhereIsUnrecognised) {
+  Bytes file(40, 0);
+  put32(file, 0, 0xEECACACAu);
+  put32(file, 8, 0xEECACACAu);
+  EXPECT_EQ(validate(file), kUnrecognised);
+}
+
+TEST(HeaderRows, ReadsWordAt80) {
+  uint8_t uhout[128] = {};
+  uhout[80] = 0x0F;
+  uhout[83] = 0x80;
+  EXPECT_EQ(kolv::header_rows(uhout), 0x8000000Fu);
+}
