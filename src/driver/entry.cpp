@@ -179,6 +179,10 @@ int run_kolv(Run& run, int argc, const char* const* argv) {
   }
   pathparse(s.cfile);
   run.files.fcf = std::fopen(s.cfile, "r");
+  if (run.files.fcf != nullptr && is_directory(run.files.fcf)) {
+    std::fclose(run.files.fcf);  // a directory is no command file
+    run.files.fcf = nullptr;
+  }
   if (run.files.fcf == nullptr) getout("KOLV - Command file <%s> not found\n", s.cfile);
 
   pass1(run);

@@ -122,6 +122,11 @@ void complete_header(Run& run) {
 
 }  // namespace
 
+bool is_directory(FILE* f) {
+  struct stat st;
+  return ::fstat(::fileno(f), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
 void prepare_output(Run& run) {
   Files& files = run.files;
   g_strlcpy(files.outtmp, run.set.outfile, kPathSize);
@@ -154,7 +159,8 @@ int convert_and_complete(Run& run) {
   settle_element_type(run);
 
   run.rb.infp = std::fopen(run.set.infile, "rb");
-  if (run.rb.infp == nullptr) getout("KOLV - Can't open input file\n");
+  // A directory opens like a file here but holds no text to convert.
+  if (run.rb.infp == nullptr || is_directory(run.rb.infp)) getout("KOLV - Can't open input file\n");
   if (v.varin >= 1001) {
     try {
       v.vrec.assign(static_cast<size_t>(v.varin), 0);

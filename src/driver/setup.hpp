@@ -4,7 +4,12 @@
 
 #include "driver/state.hpp"
 
+#include <cstdio>
+
 namespace kolv {
+
+// True when the open stream is a directory (which opens like a file).
+bool is_directory(FILE* f);
 
 // Validates an append target, or creates the temporary output beside the
 // output with a zero header.

@@ -10,14 +10,11 @@
 #include "engine/elements.hpp"
 #include "engine/layouts.hpp"
 #include "engine/loops.hpp"
+#include "engine/rowblock.hpp"
 
 namespace kolv {
 
 namespace engine_detail {
-
-inline bool write_rows(Run& run, const char* block, size_t bytes) {
-  return std::fwrite(block, bytes, 1, run.files.fout) == 1;
-}
 
 inline void report_incomplete_row(Run& run, const char* pos) {
   sourcerr(run, kLastRowIncomplete, pos, run.cnt.srcrow);
@@ -77,8 +74,7 @@ int row_loop(Run& run) {
     if (end == RowEnd::kRejected) return kLoopRejected;
     if (end == RowEnd::kIncomplete) {
       report_incomplete_row(run, pos);
-      if (buffered > 0 && !write_rows(run, block.get(), buffered * row_bytes))
-        return kLoopWriteFailed;
+      if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
       return kLoopDone;
     }
     if constexpr (!kDirect) {
@@ -89,13 +85,13 @@ int row_loop(Run& run) {
     }
     ++run.cnt.row;
     if (++buffered == rows_per_block) {
-      if (!write_rows(run, block.get(), buffered * row_bytes)) return kLoopWriteFailed;
+      if (!write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
       buffered = 0;
     }
     if (at_refill(rb, pos)) pos = fillbuff(rb, pos);
     if (*pos == '\0') break;
   }
-  if (buffered > 0 && !write_rows(run, block.get(), buffered * row_bytes)) return kLoopWriteFailed;
+  if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
   if (L == RowLayout::kLinePerRow && partial)
     std::fputs("WARNING:  Partial record(s) found, completed with missing values.\n", run.io.err);
   return kLoopDone;
