@@ -1,0 +1,742 @@
+// The row loops, run in-process: rows read by each layout's rules, converted
+// to elements, written in blocks; their statuses, counters, messages and the
+// exact bytes and writes they leave in the output.
+#include "engine/loops.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "test_run.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using kolv_test::d8;
+using kolv_test::f4;
+using kolv_test::i16;
+using kolv_test::miss2;
+using kolv_test::miss4;
+using kolv_test::miss8;
+using kolv_test::TestRun;
+using kolv_test::text8;
+
+using LoopFn = int (*)(kolv::Run&);
+using Sizes = std::vector<size_t>;
+
+const std::string kPartialWarning =
+    "WARNING:  Partial record(s) found, completed with missing values.\n";
+
+// A loop's run: input variables, settings, the input and an output.
+struct LoopRun {
+  TestRun t;
+  LoopRun(const std::string& types, int otyp, char delimiter = ',', int ndels = 0) {
+    t.declare(types);
+    t.run.set.otyp = otyp;
+    t.run.lay.delimiter = delimiter;
+    t.run.lay.ndels = static_cast<uint8_t>(ndels);
+  }
+  int run(LoopFn loop, const std::string& input, int read_size = kolv::kReadSize) {
+    t.feed(input, read_size);
+    if (t.output == nullptr) t.output_to_log();
+    return loop(t.run);
+  }
+  std::string written() { return t.written(); }
+  Sizes writes() const { return t.log.sizes; }
+  uint32_t rows() const { return t.run.cnt.row; }
+  std::string out() { return t.out_text(); }
+  std::string err() { return t.err_text(); }
+};
+
+std::string repeat(const std::string& s, int n) {
+  std::string r;
+  r.reserve(s.size() * static_cast<size_t>(n));
+  for (int i = 0; i < n; ++i) r += s;
+  return r;
+}
+
+std::string incomplete_report(int line, long offset) {
+  return "End of file /data/in.asc\nLast row incomplete - line " + std::to_string(line) +
+         ",  file offset " + std::to_string(offset) + " hex,  " + std::to_string(offset) +
+         " decimal\n";
+}
+
+// ---- every member: empty input -----------------------------------------------------
+
+struct Member {
+  const char* name;
+  LoopFn loop;
+  int otyp;
+  char delimiter;
+};
+
+const Member kMembers[] = {
+    {"SD_SL_SOME_2", kolv::loop_SD_SL_SOME, 2, ','},
+    {"SD_SL_SOME_4", kolv::loop_SD_SL_SOME, 4, ','},
+    {"SD_SL_SOME_8", kolv::loop_SD_SL_SOME, 8, ','},
+    {"HD_NL_SOME", kolv::loop_HD_NL_SOME, 8, '\n'},
+    {"HD_SL_SOME", kolv::loop_HD_SL_SOME, 4, ','},
+    {"HD_HL_SOME", kolv::loop_HD_HL_SOME, 2, ','},
+    {"shfl_SD_SL_ALL_2", kolv::loop_shfl_SD_SL_ALL, 2, ','},
+    {"shfl_SD_SL_ALL_4", kolv::loop_shfl_SD_SL_ALL, 4, ','},
+    {"dbl_SD_SL_ALL", kolv::loop_dbl_SD_SL_ALL, 8, ','},
+    {"shfl_HD_NL_ALL", kolv::loop_shfl_HD_NL_ALL, 2, '\n'},
+    {"dbl_HD_NL_ALL", kolv::loop_dbl_HD_NL_ALL, 8, '\n'},
+    {"shfl_HD_SL_ALL", kolv::loop_shfl_HD_SL_ALL, 4, '|'},
+    {"dbl_HD_SL_ALL", kolv::loop_dbl_HD_SL_ALL, 8, '|'},
+    {"shfl_HD_HL_ALL", kolv::loop_shfl_HD_HL_ALL, 2, ','},
+    {"dbl_HD_HL_ALL", kolv::loop_dbl_HD_HL_ALL, 8, ','},
+    {"SD_SL_ALL_2", kolv::loop_SD_SL_ALL, 2, ','},
+    {"SD_SL_ALL_8", kolv::loop_SD_SL_ALL, 8, ','},
+    {"HD_NL_ALL_4", kolv::loop_HD_NL_ALL, 4, '\n'},
+    {"HD_NL_ALL_8", kolv::loop_HD_NL_ALL, 8, '\n'},
+    {"HD_SL_ALL_2", kolv::loop_HD_SL_ALL, 2, ','},
+    {"HD_SL_ALL_8", kolv::loop_HD_SL_ALL, 8, ','},
+    {"HD_HL_ALL_4", kolv::loop_HD_HL_ALL, 4, ','},
+    {"HD_HL_ALL_8", kolv::loop_HD_HL_ALL, 8, ','},
+};
+
+class EveryMember : public ::testing::TestWithParam<Member> {};
+
+TEST_P(EveryMember, EmptyInputWritesNothing) {
+  LoopRun r("nnn", GetParam().otyp, GetParam().delimiter);
+  r.t.select({2, 0});
+  EXPECT_EQ(r.run(GetParam().loop, ""), 0);
+  EXPECT_EQ(r.rows(), 0u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(), "");
+  EXPECT_EQ(r.err(), "");
+}
+
+TEST_P(EveryMember, InputStartingWithAZeroByteGivesNoRows) {
+  LoopRun r("nnn", GetParam().otyp, GetParam().delimiter);
+  r.t.select({2, 0});
+  EXPECT_EQ(r.run(GetParam().loop, "\0 1 2 3\n4 5 6\n"s, 4), 0);
+  EXPECT_EQ(r.rows(), 0u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(), "");
+  EXPECT_EQ(r.err(), "");
+}
+
+TEST_P(EveryMember, OneRowIsWrittenWithOneWrite) {
+  LoopRun r("nnn", GetParam().otyp, GetParam().delimiter);
+  r.t.select({2, 0});
+  const char d = GetParam().delimiter;
+  std::string input = "1?2?3";
+  input[1] = d;
+  input[3] = d;
+  EXPECT_EQ(r.run(GetParam().loop, input), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  ASSERT_EQ(r.writes().size(), 1u);
+  const bool all = std::string(GetParam().name).find("SOME") == std::string::npos;
+  EXPECT_EQ(r.writes()[0], static_cast<size_t>(GetParam().otyp * (all ? 3 : 2)));
+  EXPECT_EQ(r.out(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Loops, EveryMember, ::testing::ValuesIn(kMembers),
+                         [](const ::testing::TestParamInfo<Member>& info) {
+                           return std::string(info.param.name);
+                         });
+
+TEST(SoftLoops, LeadingSeparatorsAloneGiveNoRows) {
+  for (LoopFn loop : {kolv::loop_SD_SL_ALL, kolv::loop_SD_SL_SOME}) {
+    LoopRun r("nn", 8);
+    r.t.select({0});
+    EXPECT_EQ(r.run(loop, " \n,\r\n\t \n"), 0);
+    EXPECT_EQ(r.rows(), 0u);
+    EXPECT_TRUE(r.writes().empty());
+    EXPECT_EQ(r.out(), "");
+    EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+  }
+}
+
+// ---- dispatchers ---------------------------------------------------------------
+
+TEST(Dispatchers, UnknownElementSizeGivesMinusOneAndTouchesNothing) {
+  for (LoopFn loop :
+       {kolv::loop_SD_SL_ALL, kolv::loop_HD_NL_ALL, kolv::loop_HD_SL_ALL, kolv::loop_HD_HL_ALL}) {
+    for (int otyp : {0, 3, 16}) {
+      LoopRun r("nn", otyp);
+      EXPECT_EQ(r.run(loop, "1,2\n3,4\n"), -1);
+      EXPECT_EQ(r.rows(), 0u);
+      EXPECT_TRUE(r.writes().empty());
+      EXPECT_EQ(r.t.run.rb.fills, 0u);
+      EXPECT_EQ(std::string(r.t.buffer()), "1,2\n3,4\n");
+      EXPECT_EQ(r.out(), "");
+    }
+  }
+}
+
+TEST(Dispatchers, ChooseTheElementSize) {
+  for (int otyp : {2, 4, 8}) {
+    LoopRun r("nn", otyp);
+    EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "2.5 -1"), 0);
+    std::string expected = otyp == 2   ? i16(3) + i16(-1)
+                           : otyp == 4 ? f4(2.5f) + f4(-1.0f)
+                                       : d8(2.5) + d8(-1);
+    EXPECT_EQ(r.written(), expected) << "otyp " << otyp;
+  }
+}
+
+// ---- soft-delimited stream -----------------------------------------------------------
+
+TEST(SoftLoops, IncompleteLastRowIsReportedAndDropped) {
+  for (int otyp : {2, 8}) {
+    LoopRun r("nnn", otyp);
+    EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3 4 5"), 0);
+    EXPECT_EQ(r.rows(), 1u);
+    EXPECT_EQ(r.out(), incomplete_report(1, 9));
+    std::string expected = otyp == 2 ? i16(1) + i16(2) + i16(3) : d8(1) + d8(2) + d8(3);
+    EXPECT_EQ(r.written(), expected);
+    EXPECT_EQ(r.writes(), Sizes{expected.size()});
+    EXPECT_EQ(r.err(), "");
+  }
+}
+
+TEST(SoftLoops, IncompleteRowOffsetIsWithinTheCurrentBuffer) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2 3 4 5", 4), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.out(), incomplete_report(1, 1));  // the file position would be 9
+}
+
+TEST(SoftLoops, IncompleteRowCountsLines) {
+  LoopRun r("nn", 8);
+  r.t.select({1});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2\n3\n"), 0);
+  EXPECT_EQ(r.written(), d8(2));
+  EXPECT_EQ(r.out(), incomplete_report(3, 6));
+}
+
+TEST(SoftLoops, WordInANumericColumnIsText) {
+  LoopRun r("nn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "abc 1\n2 abcdefghij"), 0);
+  EXPECT_EQ(r.written(), text8("abc") + d8(1) + d8(2) + text8("abcdefgh"));
+  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
+  EXPECT_EQ(r.t.run.vars.vrec[1], 255);
+}
+
+TEST(SoftLoops, ZeroByteInTheInputEndsTheBufferedText) {
+  LoopRun r("n", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2\0xyzw"s + "5 6", 8), 0);
+  EXPECT_EQ(r.written(), d8(1) + d8(25) + d8(6));
+  EXPECT_EQ(r.rows(), 3u);
+}
+
+TEST(SoftLoops, NumbersAcrossManyReads) {
+  std::string input;
+  std::string expected;
+  for (int i = 0; i < 300; ++i) {
+    input += std::to_string(i * 7) + (i % 3 == 2 ? "\n" : " ");
+    expected += d8(i * 7);
+  }
+  for (int read_size : {5, 7, 13, 64}) {
+    LoopRun r("nnn", 8);
+    EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, input, read_size), 0) << read_size;
+    EXPECT_EQ(r.rows(), 100u);
+    EXPECT_EQ(r.written(), expected) << "read size " << read_size;
+    EXPECT_EQ(r.out(), "");
+    EXPECT_EQ(r.t.run.cnt.srcrow, 101);
+  }
+}
+
+TEST(SoftLoops, BadDataAfterARefillIsReportedAtTheBufferOffset) {
+  LoopRun r("n", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2 3 + 5 6 7 8 9 10 11 12", 16), 3);
+  EXPECT_EQ(r.rows(), 3u);
+  EXPECT_TRUE(r.writes().empty());  // buffered rows are not written
+  EXPECT_EQ(r.out(),
+            "Bad data - file /data/in.asc,  line 1,  file offset 0 hex,  0 decimal:\n"
+            "   Hex:    2b 20 35 20 36 20 37 20 38 20 39 20 31 30 20 31 \n"
+            "   ASCII: \"+ 5 6 7 8 9 10 1\"\n");
+}
+
+TEST(SoftLoops, BadDataWithoutRefill) {
+  LoopRun r("n", 2);
+  EXPECT_EQ(r.run(kolv::loop_shfl_SD_SL_ALL, "1\n2\n.x 3"), 3);
+  EXPECT_EQ(r.rows(), 2u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(),
+            "Bad data - file /data/in.asc,  line 3,  file offset 4 hex,  4 decimal:\n"
+            "   Hex:    2e 78 20 33 \n"
+            "   ASCII: \".x 3\"\n");
+}
+
+// ---- hard-delimited loops -----------------------------------------------------------
+
+TEST(HardLoops, NewlineDelimiterRows) {
+  LoopRun r("nn", 8, '\n');
+  EXPECT_EQ(r.run(kolv::loop_HD_NL_ALL, "1\n\n3\n4"), 0);
+  EXPECT_EQ(r.written(), d8(1) + miss8() + d8(3) + d8(4));
+  EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+}
+
+TEST(HardLoops, NewlineDelimiterIncompleteLastRow) {
+  LoopRun r("nnn", 4, '\n');
+  EXPECT_EQ(r.run(kolv::loop_shfl_HD_NL_ALL, "1\n2\n3\n4"), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.written(), f4(1) + f4(2) + f4(3));
+  EXPECT_EQ(r.out(), incomplete_report(4, 7));
+}
+
+TEST(HardLoops, NewlineDelimiterTrailingLineEndWithoutN) {
+  LoopRun r("nn", 8, '\n');
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 3);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(),
+            "Unexpected delimiter - file /data/in.asc,  line 5,  file offset 7 hex,  7 decimal:\n"
+            "   Hex:    0a \n"
+            "   ASCII: \"\x04\"\n");
+}
+
+TEST(HardLoops, NewlineDelimiterTrailingLineEndWithN) {
+  LoopRun r("nn", 8, '\n', 1);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 0);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4));
+  EXPECT_EQ(r.out(), "");
+}
+
+TEST(HardLoops, StreamRowsAndEmptyFields) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,,3,\n4,5,"), 0);
+  EXPECT_EQ(r.written(), d8(1) + miss8() + d8(3) + d8(4) + d8(5) + miss8());
+  EXPECT_EQ(r.out(), "");
+}
+
+TEST(HardLoops, StreamIncompleteLastRow) {
+  LoopRun r("nnn", 2);
+  EXPECT_EQ(r.run(kolv::loop_shfl_HD_SL_ALL, "1,2,3,4,5"), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.written(), i16(1) + i16(2) + i16(3));
+  EXPECT_EQ(r.out(), incomplete_report(1, 9));
+}
+
+TEST(HardLoops, StreamWithNLastRowWithoutDelimiterIsIncomplete) {
+  LoopRun r("nnn", 8, ',', 1);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2,3,\n4,5,6"), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3));
+  EXPECT_EQ(r.out(), incomplete_report(2, 12));
+}
+
+TEST(HardLoops, StreamTrailingDelimiterWithoutN) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2,3,"), 3);
+  EXPECT_EQ(r.rows(), 0u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(),
+            "Unexpected delimiter - file /data/in.asc,  line 1,  file offset 5 hex,  5 decimal:\n"
+            "   Hex:    2c \n"
+            "   ASCII: \",\"\n");
+}
+
+TEST(HardLoops, StreamMissingDelimiter) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2\n3"), 3);
+  EXPECT_EQ(r.out(),
+            "Missing delimiter - file /data/in.asc,  line 2,  file offset 4 hex,  4 decimal:\n"
+            "   Hex:    33 \n"
+            "   ASCII: \"3\"\n");
+  EXPECT_EQ(r.err(), "");
+}
+
+TEST(HardLoops, OtherLayoutsNeverWarnOfPartialRecords) {
+  LoopRun a("nnn", 8);
+  EXPECT_EQ(a.run(kolv::loop_HD_SL_ALL, "1,2"), 0);
+  EXPECT_EQ(a.err(), "");
+  LoopRun b("nnn", 8, '\n');
+  EXPECT_EQ(b.run(kolv::loop_HD_NL_ALL, "1\n2"), 0);
+  EXPECT_EQ(b.err(), "");
+  LoopRun c("nnn", 8);
+  EXPECT_EQ(c.run(kolv::loop_SD_SL_ALL, "1 2"), 0);
+  EXPECT_EQ(c.err(), "");
+}
+
+// ---- line per row ----------------------------------------------------------------
+
+TEST(LinePerRowLoops, ShortLinesAreCompletedAndWarnedOnce) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_HL_ALL, "1,2\n3\n4,5,6\n"), 0);
+  EXPECT_EQ(r.rows(), 3u);
+  EXPECT_EQ(r.written(),
+            d8(1) + d8(2) + miss8() + d8(3) + miss8() + miss8() + d8(4) + d8(5) + d8(6));
+  EXPECT_EQ(r.err(), kPartialWarning);
+  EXPECT_EQ(r.out(), "");
+  EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+}
+
+TEST(LinePerRowLoops, ConvertingLoopCompletesWithMissingCodes) {
+  LoopRun r("nnn", 4);
+  EXPECT_EQ(r.run(kolv::loop_shfl_HD_HL_ALL, "1,2\n"), 0);
+  EXPECT_EQ(r.written(), f4(1) + f4(2) + miss4());
+  EXPECT_EQ(r.err(), kPartialWarning);
+}
+
+TEST(LinePerRowLoops, BlankLineInTheMiddle) {
+  LoopRun r("nnn", 2);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n\n4,5,6\n"), 0);
+  EXPECT_EQ(r.rows(), 3u);
+  EXPECT_EQ(r.written(),
+            i16(1) + i16(2) + i16(3) + miss2() + miss2() + miss2() + i16(4) + i16(5) + i16(6));
+  EXPECT_EQ(r.err(), kPartialWarning);
+}
+
+TEST(LinePerRowLoops, BlankLineAfterTheLastRowAddsARow) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n\n"), 0);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + miss8() + miss8() + miss8());
+  EXPECT_EQ(r.err(), kPartialWarning);
+}
+
+TEST(LinePerRowLoops, BlankLineOfWidthOneIsNotPartial) {
+  LoopRun r("n", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1\n\n"), 0);
+  EXPECT_EQ(r.written(), d8(1) + miss8());
+  EXPECT_EQ(r.err(), "");
+}
+
+TEST(LinePerRowLoops, LastLineWithoutLineEnd) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n4,5,6"), 0);
+  EXPECT_EQ(r.rows(), 2u);
+  EXPECT_EQ(r.err(), "");
+  EXPECT_EQ(r.out(), "");
+}
+
+TEST(LinePerRowLoops, LongLineStopsTheConversion) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n1,2,3,4\n"), 3);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(),
+            "Unexpected delimiter - file /data/in.asc,  line 2,  file offset 11 hex,  11 decimal:\n"
+            "   Hex:    2c 34 0a \n"
+            "   ASCII: \",4\x04\"\n");
+}
+
+TEST(LinePerRowLoops, NoPartialWarningAfterABadDataStop) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_dbl_HD_HL_ALL, "1,2\n1,2,3,4\n"), 3);
+  EXPECT_EQ(r.err(), "");
+  LoopRun s("nnn", 8);
+  s.t.select({0});
+  EXPECT_EQ(s.run(kolv::loop_HD_HL_SOME, "1,2\n1,x y\n"), 3);
+  EXPECT_NE(s.out().find("Missing delimiter"), std::string::npos);
+  EXPECT_EQ(s.err(), "");
+}
+
+TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferGoesOn) {
+  LoopRun r("nnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL,
+                  "1,2,3\n"
+                  "4,5,6\n",
+                  6),
+            0);
+  EXPECT_EQ(r.rows(), 2u);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4) + d8(5) + d8(6));
+}
+
+TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferWithoutLineEnd) {
+  LoopRun r("nn", 8);
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL,
+                  "1,2\n"
+                  "3,4",
+                  4),
+            0);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4));
+}
+
+// ---- element values in rows ---------------------------------------------------------
+
+TEST(RowElements, MissingFieldsInEveryWidth) {
+  for (int otyp : {2, 4, 8}) {
+    LoopRun r("nnnn", otyp);
+    r.t.run.set.mstring = '*';
+    EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,,.,*"), 0);
+    std::string m = otyp == 2 ? miss2() : otyp == 4 ? miss4() : miss8();
+    std::string one = otyp == 2 ? i16(1) : otyp == 4 ? f4(1) : d8(1);
+    EXPECT_EQ(r.written(), one + m + m + m) << "otyp " << otyp;
+  }
+}
+
+TEST(RowElements, MissingPatternBytes) {
+  LoopRun a("n", 2);
+  a.run(kolv::loop_SD_SL_ALL, ".");
+  EXPECT_EQ(a.written(), std::string("\x00\x80", 2));
+  LoopRun b("n", 4);
+  b.run(kolv::loop_SD_SL_ALL, ".");
+  EXPECT_EQ(b.written(), std::string("\xF8\xFF\xFF\x7F", 4));
+  LoopRun c("n", 8);
+  c.run(kolv::loop_SD_SL_ALL, ".");
+  EXPECT_EQ(c.written(), std::string("\0\0\0\0\xFF\xFF\xFF\x7F", 8));
+}
+
+TEST(RowElements, RoundingAndWrapInTwoByteRows) {
+  LoopRun r("nnnnnnnnn", 2);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "2.5 -2.5 1.4999 -1.5 32767.5 32768 -32768 1e10 40000"), 0);
+  EXPECT_EQ(r.written(), i16(3) + i16(-2) + i16(1) + i16(-1) + miss2() + miss2() + miss2() +
+                             i16(0) + i16(-25536));
+}
+
+TEST(RowElements, SinglesInFourByteRows) {
+  LoopRun r("nnn", 4);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1e10 1e300 -1e300"), 0);
+  EXPECT_EQ(r.written(),
+            f4(1e10f) + std::string("\x00\x00\x80\x7F", 4) + std::string("\x00\x00\x80\xFF", 4));
+}
+
+TEST(RowElements, CharacterFieldInEightByteRows) {
+  LoopRun r("cn", 8);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "ABC 1"), 0);
+  EXPECT_EQ(r.written(), std::string("\x41\x42\x43\0\0\0\0\0", 8) + d8(1));
+  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
+  EXPECT_EQ(r.t.run.vars.vrec[1], 0);
+}
+
+TEST(RowElements, ComplexRowHasRealThenImaginaryPerVariable) {
+  LoopRun r("nnn", 8);
+  r.t.run.set.cplx = 2;
+  EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,2,3,4,5,6"), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4) + d8(5) + d8(6));
+}
+
+TEST(RowElements, ComplexCharacterVariableScansBothFieldsAsText) {
+  LoopRun r("cn", 8);
+  r.t.run.set.cplx = 2;
+  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "ab cd 1 2\nef 12 3 4\n"), 0);
+  EXPECT_EQ(r.rows(), 2u);
+  EXPECT_EQ(r.written(),
+            text8("ab") + text8("cd") + d8(1) + d8(2) + text8("ef") + text8("12") + d8(3) + d8(4));
+  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
+  EXPECT_EQ(r.t.run.vars.vrec[1], 0);
+}
+
+TEST(RowElements, ComplexTwoByteRow) {
+  LoopRun r("nn", 2);
+  r.t.run.set.cplx = 2;
+  EXPECT_EQ(r.run(kolv::loop_shfl_SD_SL_ALL, "1 2 3 .\n"), 0);
+  EXPECT_EQ(r.written(), i16(1) + i16(2) + i16(3) + miss2());
+}
+
+TEST(RowElements, RowCountContinuesFromItsStart) {
+  LoopRun r("n", 8);
+  r.t.run.cnt.row = 10;
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2"), 0);
+  EXPECT_EQ(r.rows(), 12u);
+}
+
+// ---- blocks and writes ----------------------------------------------------------------
+
+const std::string kEightDoubles = "1 2 3 4 5 6 7 8\n";
+
+TEST(Blocks, TwoThousandFortyEightRowsOfEightDoublesFillOneBlock) {
+  LoopRun r("nnnnnnnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2048)), 0);
+  EXPECT_EQ(r.rows(), 2048u);
+  EXPECT_EQ(r.writes(), (Sizes{131072}));
+}
+
+TEST(Blocks, OneRowMoreMakesASecondWriteOfOneRow) {
+  LoopRun r("nnnnnnnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
+  EXPECT_EQ(r.rows(), 2049u);
+  EXPECT_EQ(r.writes(), (Sizes{131072, 64}));
+  std::string row;
+  for (int i = 1; i <= 8; ++i) row += d8(i);
+  EXPECT_EQ(r.written(), repeat(row, 2049));
+}
+
+TEST(Blocks, RowsPerBlockIsAnIntegerDivision) {
+  // 3 singles make a 12-byte row: 10922 rows, 131064 bytes, to a block.
+  LoopRun r("nnn", 4);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat("1 2 3\n", 10923)), 0);
+  EXPECT_EQ(r.writes(), (Sizes{131064, 12}));
+}
+
+TEST(Blocks, SelectedVariablesMakeTheRowWidth) {
+  LoopRun r("nnnnnnnn", 8);
+  r.t.select({7, 0});  // 16-byte rows: 8192 to a block
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, repeat(kEightDoubles, 8192)), 0);
+  EXPECT_EQ(r.writes(), (Sizes{131072}));
+  LoopRun s("nnnnnnnn", 8);
+  s.t.select({7, 0});
+  EXPECT_EQ(s.run(kolv::loop_SD_SL_SOME, repeat(kEightDoubles, 8193)), 0);
+  EXPECT_EQ(s.writes(), (Sizes{131072, 16}));
+  EXPECT_EQ(s.written().substr(131072), d8(8) + d8(1));
+}
+
+TEST(Blocks, ComplexDoublesTheRowWidth) {
+  LoopRun r("nnnn", 8);
+  r.t.run.set.cplx = 2;  // 64-byte rows: 2048 to a block
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
+  EXPECT_EQ(r.writes(), (Sizes{131072, 64}));
+}
+
+TEST(Blocks, WriteFailureAtTheEndGivesTwo) {
+  LoopRun r("nn", 8);
+  r.t.output_to_log();
+  r.t.log.fail = true;
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2\n3 4\n"), 2);
+  // A full disk leaves the header counting the rows actually written.
+  EXPECT_EQ(r.rows(), 0u);
+  EXPECT_EQ(r.out(), "");
+}
+
+TEST(Blocks, WriteFailureAtAFullBlockGivesTwoAtOnce) {
+  LoopRun r("nnnnnnnn", 8);
+  r.t.output_to_log();
+  r.t.log.fail = true;
+  // More input than one read: a loop that went on would refill the buffer.
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 10000)), 2);
+  EXPECT_EQ(r.t.run.rb.fills, 0u);
+  EXPECT_EQ(r.t.run.rb.theresmore, 1);
+  EXPECT_EQ(r.rows(), 0u);
+}
+
+TEST(Blocks, WriteFailureAfterAWrittenBlockCountsTheWrittenRows) {
+  LoopRun r("nnnnnnnn", 8);
+  r.t.output_to_log();
+  r.t.log.fail_from = 1;  // the first block goes out, the second write fails
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 2);
+  EXPECT_EQ(r.writes(), (Sizes{131072}));
+  EXPECT_EQ(r.rows(), 2048u);
+}
+
+TEST(Blocks, WriteFailureCountsFromTheStartingRow) {
+  LoopRun r("n", 8);
+  r.t.run.cnt.row = 7;  // rows already in an appended-to data set
+  r.t.output_to_log();
+  r.t.log.fail = true;
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3"), 2);
+  EXPECT_EQ(r.rows(), 7u);
+}
+
+TEST(Blocks, WriteFailureInSelectedVariableLoops) {
+  LoopRun r("nn", 2);
+  r.t.select({1});
+  r.t.output_to_log();
+  r.t.log.fail = true;
+  EXPECT_EQ(r.run(kolv::loop_HD_SL_SOME, "1,2"), 2);
+}
+
+TEST(Blocks, WriteFailureAfterAnIncompleteRow) {
+  LoopRun r("nnn", 8);
+  r.t.output_to_log();
+  r.t.log.fail = true;
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3 4"), 2);
+}
+
+TEST(Blocks, BadDataKeepsFlushedBlocksAndDropsTheRest) {
+  LoopRun r("nnnnnnnn", 8);
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049) + "1 2 + 4 5 6 7 8\n"), 3);
+  EXPECT_EQ(r.writes(), (Sizes{131072}));
+  EXPECT_EQ(r.rows(), 2049u);  // the row still in the block is counted
+  EXPECT_NE(r.out().find("Bad data - file /data/in.asc,  line 2050,"), std::string::npos);
+}
+
+TEST(Blocks, OutputToAFileHoldsTheRows) {
+  LoopRun s("nn", 8);
+  s.t.output_to_file();
+  s.t.select({1, 0});
+  EXPECT_EQ(s.run(kolv::loop_HD_SL_SOME, "1,2,3,4"), 0);
+  EXPECT_EQ(s.written(), d8(2) + d8(1) + d8(4) + d8(3));
+}
+
+// ---- selected variables -------------------------------------------------------------
+
+TEST(SelectedLoops, SameVariableTwice) {
+  LoopRun r("nnn", 8);
+  r.t.select({2, 2, 0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3\n4 5 6\n"), 0);
+  EXPECT_EQ(r.rows(), 2u);
+  EXPECT_EQ(r.written(), d8(3) + d8(3) + d8(1) + d8(6) + d8(6) + d8(4));
+}
+
+TEST(SelectedLoops, ComplexTakesBothPartsAndLeavesOutvecAsItWas) {
+  LoopRun r("nnn", 4);
+  r.t.run.set.cplx = 2;
+  r.t.select({2, 0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3 4 5 6\n7 8 9 10 11 12\n"), 0);
+  EXPECT_EQ(r.written(), f4(5) + f4(6) + f4(1) + f4(2) + f4(11) + f4(12) + f4(7) + f4(8));
+  EXPECT_EQ(r.t.run.vars.outvec[0], 2);
+  EXPECT_EQ(r.t.run.vars.outvec[1], 0);
+}
+
+TEST(SelectedLoops, TwoByteConversion) {
+  LoopRun r("nnn", 2);
+  r.t.select({2, 1, 0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "2.5 -2.5 ."), 0);
+  EXPECT_EQ(r.written(), miss2() + i16(-2) + i16(3));
+}
+
+TEST(SelectedLoops, CharacterPassesThroughInEightBytes) {
+  LoopRun r("cn", 8);
+  r.t.select({0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "ABC 1 abcdefghijk 2"), 0);
+  EXPECT_EQ(r.written(), text8("ABC") + text8("abcdefgh"));
+  EXPECT_EQ(r.t.run.vars.vrec[0], 255);
+}
+
+TEST(SelectedLoops, NewlineDelimiter) {
+  LoopRun r("nn", 8, '\n');
+  r.t.select({1});
+  EXPECT_EQ(r.run(kolv::loop_HD_NL_SOME, "1\n2\n3\n"), 0);
+  EXPECT_EQ(r.written(), d8(2) + miss8());
+}
+
+TEST(SelectedLoops, HardStream) {
+  LoopRun r("nnn", 8, ';');
+  r.t.select({1});
+  EXPECT_EQ(r.run(kolv::loop_HD_SL_SOME, "1;;3;4;5;6"), 0);
+  EXPECT_EQ(r.written(), miss8() + d8(5));
+}
+
+TEST(SelectedLoops, LinePerRowWarnsOfPartialRecords) {
+  LoopRun r("nnn", 8);
+  r.t.select({2, 0});
+  EXPECT_EQ(r.run(kolv::loop_HD_HL_SOME, "1,2\n4,5,6\n"), 0);
+  EXPECT_EQ(r.written(), miss8() + d8(1) + d8(6) + d8(4));
+  EXPECT_EQ(r.err(), kPartialWarning);
+}
+
+TEST(SelectedLoops, IncompleteLastRow) {
+  LoopRun r("nnn", 8);
+  r.t.select({0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3 4 5"), 0);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_EQ(r.written(), d8(1));
+  EXPECT_EQ(r.out(), incomplete_report(1, 9));
+}
+
+TEST(SelectedLoops, BadDataStops) {
+  LoopRun r("nn", 8);
+  r.t.select({0});
+  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 - 4"), 3);
+  EXPECT_EQ(r.rows(), 1u);
+  EXPECT_TRUE(r.writes().empty());
+  EXPECT_EQ(r.out(),
+            "Bad data - file /data/in.asc,  line 1,  file offset 4 hex,  4 decimal:\n"
+            "   Hex:    2d 20 34 \n"
+            "   ASCII: \"- 4\"\n");
+}
+
+// ---- the write log itself -----------------------------------------------------------
+
+TEST(WriteLogStream, EachFwriteArrivesAsOneWrite) {
+  kolv_test::WriteLog log;
+  FILE* f = kolv_test::open_write_log(log);
+  ASSERT_NE(f, nullptr);
+  std::string big(131072, 'x');
+  ASSERT_EQ(std::fwrite(big.data(), big.size(), 1, f), 1u);
+  ASSERT_EQ(std::fwrite("abc", 3, 1, f), 1u);
+  EXPECT_EQ(log.sizes, (Sizes{131072, 3}));
+  log.fail = true;
+  EXPECT_EQ(std::fwrite("abc", 3, 1, f), 0u);
+  std::fclose(f);
+}
+
+}  // namespace
