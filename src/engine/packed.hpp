@@ -1,0 +1,31 @@
+// Packed ASCII records: the field converters of loopfmt. Unlike scandbl and
+// scanstr they read a field's own NUL-terminated copy, never the read buffer,
+// so they never refill and never run into the next field.
+#pragma once
+
+#include <cstdint>
+
+#include "driver/state.hpp"
+
+namespace kolv {
+
+// Text met in a numeric field (or handed on by scandbltemp): "." or the MSYM
+// character standing alone is the missing value; otherwise up to 8 bytes up
+// to the first blank, tab, line end, comma or NUL, zero-padded, and vrec of
+// `index` is set to 255 when more follow. Marks vrec of `index` with 1 in
+// every case; status is always 1.
+void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& status);
+
+// The number in a numeric field's text: blanks skipped, "." or the MSYM
+// character before an ending byte, "I" or "}" is the missing value, a letter
+// or "_" makes it character data (scanstrtemp), otherwise strtod's number with
+// anything after it ignored. Status 0 when nothing converts. Records the
+// text's start in run.rb.cperr for the bad-data report.
+void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status);
+
+// loopfmt with the buffer filled at most `buffer_bytes` at a time, rounded
+// down to whole records (one record when it is longer). loopfmt itself uses
+// the full read size; tests use small sizes to make records cross refills.
+int loopfmt_buffered(Run& run, int buffer_bytes);
+
+}  // namespace kolv

@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out;
+OUTTYP I;
+NOCHECK;
+INVAR RECORD = 4 $(1,2) s #(3,2) n;

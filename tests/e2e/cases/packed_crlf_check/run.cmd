@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT out;
+INVAR RECORD = 80 $(1,1) sex #(*,8.2) vol[4] (60,10) total;

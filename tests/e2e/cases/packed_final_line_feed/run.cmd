@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out;
+OUTTYP I;
+INVAR RECORD = 4 (1,4) n;

@@ -1,0 +1,4 @@
+@ The record description of the help text, on a small file of LF lines @
+INPUT in.txt;
+OUTPUT out;
+INVAR RECORD = 80 $(1,1) sex #(*,8.2) vol[4] (60,10) total;

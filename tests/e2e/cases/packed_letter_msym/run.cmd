@@ -1,0 +1,5 @@
+INPUT in.txt;
+OUTPUT out;
+OUTTYP F;
+MSYM N;
+INVAR RECORD = 4 (1,2) a b;

@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT out;
+INVAR RECORD = 131072 (1,4) a (131069,4) b (131071,4) c;

@@ -1,0 +1,4 @@
+INPUT in.txt;
+OUTPUT out;
+OUTTYP I;
+INVAR RECORD = 1 (1,1) d;

@@ -1,0 +1,3 @@
+INPUT in.txt;
+OUTPUT out;
+INVAR RECORD = 0 x;
