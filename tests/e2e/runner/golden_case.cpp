@@ -141,6 +141,18 @@ void apply_setup(const fs::path& case_dir, const fs::path& work, Expectation& ex
       write_file(work / path, bytes);
       expect.inputs[path.generic_string()] = std::move(bytes);
       add_parents(expect.dirs, path);
+    } else if (verb == "realdata" && words.size() == 3) {
+      const std::string& name = words[1];
+      if (name.find('/') != std::string::npos || name == "." || name == "..")
+        throw CaseError(where + ": not a real-data file name: " + name);
+      const fs::path source = fs::path(KOLV_E2E_REALDATA_DIR) / name;
+      if (!fs::is_regular_file(source)) throw CaseError(where + ": no real-data file " + source.string());
+      fs::path path = inner_path(words[2], where);
+      std::string bytes = read_file(source);
+      fs::create_directories((work / path).parent_path());
+      write_file(work / path, bytes);
+      expect.inputs[path.generic_string()] = std::move(bytes);
+      add_parents(expect.dirs, path);
     } else if (verb == "mode" && words.size() == 3) {
       std::uint64_t mode = setup_number(words[1], 8, where);
       fs::path path = inner_path(words[2], where);
@@ -148,8 +160,8 @@ void apply_setup(const fs::path& case_dir, const fs::path& work, Expectation& ex
         throw CaseError(where + ": cannot change the mode of " + words[2]);
     } else {
       throw CaseError(where +
-                      ": expected mode <octal> <path>, mkdir <path> or fill <path> "
-                      "<count> <byte-hex>: " +
+                      ": expected mode <octal> <path>, mkdir <path>, fill <path> "
+                      "<count> <byte-hex> or realdata <name> <path>: " +
                       line);
     }
   }
