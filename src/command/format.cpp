@@ -42,7 +42,7 @@ long read_number(char*& p) {
 // Printed and counted as a failed description: the run then stops for want
 // of input variables.
 int syntax_error(Run& run, const char* at) {
-  std::fprintf(run.io.out, "KOLV - Syntax error at: %s\n", at);
+  std::fprintf(run.io.out, kSyntaxError, at);
   return 0;
 }
 

@@ -22,8 +22,6 @@ char* skip_blanks(char* p) {
 // Moves one character on, but never past the statement's end.
 char* step(char* p) { return *p ? p + 1 : p; }
 
-[[noreturn]] void syntax_error(const char* at) { getout("KOLV - Syntax error at: %s\n", at); }
-
 }  // namespace
 
 bool starts_with_word(const char* p, const char* word) {
@@ -159,33 +157,9 @@ int scaninvar(Run& run) {
   run.lay.varformat = 1;
   reset_input_tables(run, "KOLV - Out of memory 5\n");
 
-  for (;;) {
-    p = skip_separators(p);
-    if (*p == '#' || *p == '$') {
-      v.numeric_data = *p == '#';
-      ++p;
-      continue;
-    }
-    if (*p == '\0') break;
-    if (!is_name_char(*p)) syntax_error(p);
-    read_name(run, p);
-    if (is_name_char(*p)) syntax_error(p);  // a 33rd name character
-    fold_name(run, v.numeric_data != 0);
-    if (*p == '[') {
-      NameRange range;
-      if (char* at = parse_range(p, range, run.set.vpad)) syntax_error(at);
-      long count = range.last - range.first + 1;
-      if (count > kMaxRangeCount) getout("KOLV - Too many input variables\n");
-      char stem[kNameSize + 1];
-      std::memcpy(stem, v.vname, sizeof stem);
-      for (long i = range.first; i <= range.last; ++i) {
-        range_name(stem, range.width, i, v.vname);
-        makeivar(run, v.varin + count);
-      }
-    } else {
-      makeivar(run, static_cast<long>(v.varlimit) * 2);
-    }
-  }
+  scan_name_list(run, p, true, "KOLV - Too many input variables\n", [&](long count) {
+    makeivar(run, count ? v.varin + count : static_cast<long>(v.varlimit) * 2);
+  });
   run.rb.sptr = p;
   return v.varin;
 }

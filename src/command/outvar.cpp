@@ -14,7 +14,6 @@ namespace kolv {
 
 namespace {
 
-[[noreturn]] void syntax_error(const char* at) { getout("KOLV - Syntax error at: %s\n", at); }
 
 struct OutputFile {
   FILE* f = nullptr;
@@ -90,27 +89,8 @@ int scanoutvar(Run& run) {
   if (file.f == nullptr) getout("KOLV - Can't open temporary file 6\n");
 
   char* p = argument_at(statement, 7);
-  for (;;) {
-    p = skip_separators(p);
-    if (*p == '\0') break;
-    if (!is_name_char(*p)) syntax_error(p);
-    read_name(run, p);
-    if (is_name_char(*p)) syntax_error(p);  // a 33rd name character
-    if (*p == '[') {
-      NameRange range;
-      if (char* at = parse_range(p, range, run.set.vpad)) syntax_error(at);
-      long count = range.last - range.first + 1;
-      if (count > kMaxRangeCount) getout("KOLV - Out of memory 770\n");
-      char stem[kNameSize + 1];
-      std::memcpy(stem, v.vname, sizeof stem);
-      for (long i = range.first; i <= range.last; ++i) {
-        range_name(stem, range.width, i, v.vname);
-        makeovar(run, v.varout + count);
-      }
-    } else {
-      makeovar(run, v.varout + 64);
-    }
-  }
+  scan_name_list(run, p, false, "KOLV - Out of memory 770\n",
+                 [&](long count) { makeovar(run, v.varout + (count ? count : 64)); });
   run.rb.sptr = p;
 
   switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
