@@ -1,0 +1,177 @@
+#!/usr/bin/env bash
+# The benchmark: builds kolv and the bench tools in Release (in build-bench/),
+# writes the corpus into a temporary folder (on /dev/shm when it has room,
+# else /tmp; removed at the end), then times every kolv conversion and every
+# baseline in the same run, round by round, and prints the median of each
+# with MB/s, its ratio to the bare from_chars loop and to the strtod loop over
+# the same numbers, and the peak resident memory. Every kolv output is
+# checked value by value against the strtod loop's doubles.
+#
+#   bench/run.sh [-r RUNS] [-n ROWS]      (defaults: 5 runs, 1,000,000 rows)
+#
+# KOLV_BENCH_BUILD names another build folder.
+set -euo pipefail
+
+runs=5
+rows=1000000
+while getopts "r:n:" opt; do
+  case $opt in
+    r) runs=$OPTARG ;;
+    n) rows=$OPTARG ;;
+    *) echo "usage: bench/run.sh [-r RUNS] [-n ROWS]" >&2; exit 2 ;;
+  esac
+done
+
+repo=$(cd "$(dirname "$0")/.." && pwd)
+build=${KOLV_BENCH_BUILD:-$repo/build-bench}
+gen=()
+command -v ninja > /dev/null && gen=(-G Ninja)
+[[ -f $build/CMakeCache.txt ]] && gen=()
+
+echo "== building kolv and the bench tools (Release) in $build"
+mkdir -p "$build"
+log=$build/bench-build.log
+if ! { cmake -S "$repo" -B "$build" "${gen[@]}" -DCMAKE_BUILD_TYPE=Release -DKOLV_BENCH=ON -DKOLV_TESTS=OFF &&
+        cmake --build "$build" -j 2 --target kolv gen_corpus strtod_loop fromchars_loop bench_compare; } > "$log" 2>&1; then
+  tail -n 30 "$log" >&2
+  echo "bench/run.sh: the build failed (whole log: $log)" >&2
+  exit 1
+fi
+rm -f "$log"
+kolv=$build/kolv
+bin=$build/bench
+[[ -x /usr/bin/time ]] || { echo "bench/run.sh needs /usr/bin/time (Debian: apt-get install time)" >&2; exit 1; }
+
+# The corpus is about 540 bytes a row; outputs and references need as much again.
+need_kb=$(( rows * 11 / 10 + 100000 ))
+avail_kb=$(df -Pk /dev/shm 2> /dev/null | awk 'NR == 2 { print $4 }' || echo 0)
+if [[ -d /dev/shm && ${avail_kb:-0} -gt $need_kb ]]; then base=/dev/shm; else base=${TMPDIR:-/tmp}; fi
+work=$(mktemp -d "$base/kolv-bench.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+echo "== writing the corpus ($rows rows) in $work"
+"$bin/gen_corpus" . "$rows"
+
+# numpy and pandas, where the system Python has them.
+python=
+for p in /usr/bin/python3 python3; do
+  if command -v "$p" > /dev/null && "$p" -c 'import numpy, pandas' 2> /dev/null; then python=$p; break; fi
+done
+
+# --- the command files --------------------------------------------------------
+kolv_job() {  # name, command-file text
+  printf '%s\n' "$2" > "$1.cmd"
+}
+kolv_job soft_d     'INPUT soft.txt;  OUTPUT soft_d;  INVAR x[1:10];'
+kolv_job comma_d    'INPUT comma.csv; OUTPUT comma_d; INVAR DELIMIT(\R) x[1:10];'
+kolv_job soft_f     'INPUT soft.txt;  OUTPUT soft_f;  OUTTYP F; INVAR x[1:10];'
+kolv_job soft_i     'INPUT soft.txt;  OUTPUT soft_i;  OUTTYP I; INVAR x[1:10];'
+kolv_job comma_f    'INPUT comma.csv; OUTPUT comma_f; OUTTYP F; INVAR DELIMIT(\R) x[1:10];'
+kolv_job comma_i    'INPUT comma.csv; OUTPUT comma_i; OUTTYP I; INVAR DELIMIT(\R) x[1:10];'
+kolv_job soft_sel   'INPUT soft.txt;  OUTPUT soft_sel;  INVAR x[1:10]; OUTVAR x01 x03 x05 x07 x09;'
+kolv_job comma_sel  'INPUT comma.csv; OUTPUT comma_sel; INVAR DELIMIT(\R) x[1:10]; OUTVAR x01 x03 x05 x07 x09;'
+kolv_job packed_d   'INPUT packed.txt; OUTPUT packed_d; INVAR RECORD = 140 #(1,14.6) x[1:10];'
+kolv_job mixed_d    'INPUT mixed.txt; OUTPUT mixed_d; INVAR $name #a[1:4] $code #b[1:4];'
+kolv_job long_d     'INPUT long.txt;  OUTPUT long_d;  INVAR x[1:10];'
+
+# --- the jobs: name | input | reference text | command ------------------------
+names=() inputs=() refs=() cmds=()
+job() { names+=("$1"); inputs+=("$2"); refs+=("$3"); cmds+=("$4"); }
+job "strtod loop, soft"          soft.txt   soft  "$bin/strtod_loop soft.txt ref_soft.bin"
+job "from_chars loop, soft"      soft.txt   soft  "$bin/fromchars_loop soft.txt fc_soft.bin"
+job "strtod loop, comma"         comma.csv  comma "$bin/strtod_loop comma.csv ref_comma.bin"
+job "from_chars loop, comma"     comma.csv  comma "$bin/fromchars_loop comma.csv fc_comma.bin"
+job "strtod loop, long"          long.txt   long  "$bin/strtod_loop long.txt ref_long.bin"
+job "from_chars loop, long"      long.txt   long  "$bin/fromchars_loop long.txt fc_long.bin"
+if [[ -n $python ]]; then
+  job "numpy.loadtxt, soft"      soft.txt   soft  "$python -c \"import numpy; numpy.loadtxt('soft.txt').tofile('np_soft.bin')\""
+  job "pandas.read_csv, comma"   comma.csv  comma "$python -c \"import pandas; pandas.read_csv('comma.csv', header=None).to_numpy().tofile('pd_comma.bin')\""
+fi
+job "kolv soft, D"               soft.txt   soft  "$kolv soft_d.cmd -noc"
+job "kolv comma \\R, D"          comma.csv  comma "$kolv comma_d.cmd -noc"
+job "kolv soft, F"               soft.txt   soft  "$kolv soft_f.cmd -noc"
+job "kolv soft, I"               soft.txt   soft  "$kolv soft_i.cmd -noc"
+job "kolv comma \\R, F"          comma.csv  comma "$kolv comma_f.cmd -noc"
+job "kolv comma \\R, I"          comma.csv  comma "$kolv comma_i.cmd -noc"
+job "kolv soft, OUTVAR 5 of 10"  soft.txt   soft  "$kolv soft_sel.cmd -noc"
+job "kolv comma, OUTVAR 5 of 10" comma.csv  comma "$kolv comma_sel.cmd -noc"
+job "kolv packed, D"             packed.txt soft  "$kolv packed_d.cmd -noc"
+job "kolv mixed, D"              mixed.txt  soft  "$kolv mixed_d.cmd -noc"
+job "kolv long forms, D"         long.txt   long  "$kolv long_d.cmd -noc"
+
+# --- timing: round by round, so that a busy moment of the machine falls on
+# every job alike ------------------------------------------------------------
+declare -A walls rss
+njobs=${#names[@]}
+echo "== timing $njobs jobs, $runs rounds"
+for (( r = 1; r <= runs; r++ )); do
+  for (( j = 0; j < njobs; j++ )); do
+    t0=$EPOCHREALTIME
+    if ! /usr/bin/time -f %M -o rss.txt bash -c "exec ${cmds[j]}" > out.txt 2>&1; then
+      echo "FAILED: ${names[j]}: ${cmds[j]}" >&2
+      cat out.txt >&2
+      exit 1
+    fi
+    t1=$EPOCHREALTIME
+    walls[$j]+=" $(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.4f", b - a }')"
+    rss[$j]+=" $(tail -n 1 rss.txt)"
+  done
+  printf '   round %d of %d done\n' "$r" "$runs"
+done
+
+# --- checks: every kolv output against the strtod loop's doubles ------------
+echo "== checking the outputs against the strtod loop"
+declare -A check
+cmp -s ref_soft.bin fc_soft.bin && cmp -s ref_comma.bin fc_comma.bin && cmp -s ref_long.bin fc_long.bin \
+  && cmp -s ref_soft.bin ref_comma.bin || { echo "the baselines disagree" >&2; exit 1; }
+verify() {  # job index, data set, reference, reference columns, [map]
+  local j=$1
+  shift
+  if out=$("$bin/bench_compare" "$@" 2>&1); then check[$j]="identical"; else check[$j]="DIFFERS"; echo "   $out" >&2; fi
+}
+for (( j = 0; j < njobs; j++ )); do
+  case ${names[j]} in
+    "kolv soft, D") verify $j soft_d.dat ref_soft.bin 10 ;;
+    "kolv comma \\R, D") verify $j comma_d.dat ref_comma.bin 10 ;;
+    "kolv soft, F") verify $j soft_f.dat ref_soft.bin 10 ;;
+    "kolv soft, I") verify $j soft_i.dat ref_soft.bin 10 ;;
+    "kolv comma \\R, F") verify $j comma_f.dat ref_comma.bin 10 ;;
+    "kolv comma \\R, I") verify $j comma_i.dat ref_comma.bin 10 ;;
+    "kolv soft, OUTVAR 5 of 10") verify $j soft_sel.dat ref_soft.bin 10 0,2,4,6,8 ;;
+    "kolv comma, OUTVAR 5 of 10") verify $j comma_sel.dat ref_comma.bin 10 0,2,4,6,8 ;;
+    "kolv packed, D") verify $j packed_d.dat ref_soft.bin 10 ;;
+    "kolv mixed, D") verify $j mixed_d.dat ref_soft.bin 10 -,0,1,2,3,-,4,5,6,7 ;;
+    "kolv long forms, D") verify $j long_d.dat ref_long.bin 10 ;;
+    "from_chars loop, "*) check[$j]="identical" ;;
+    numpy*) cmp -s np_soft.bin ref_soft.bin && check[$j]="identical" || check[$j]="differs" ;;
+    pandas*) cmp -s pd_comma.bin ref_comma.bin && check[$j]="identical" || check[$j]="differs" ;;
+    *) check[$j]="reference" ;;
+  esac
+done
+
+# --- the table ----------------------------------------------------------------
+median() { tr ' ' '\n' | grep . | sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+declare -A med
+for (( j = 0; j < njobs; j++ )); do med[$j]=$(median <<< "${walls[$j]}"); done
+idx() { local j; for (( j = 0; j < njobs; j++ )); do [[ ${names[j]} == "$1" ]] && { echo "$j"; return; }; done; }
+
+echo
+echo "kolv $(git -C "$repo" rev-parse --short HEAD 2> /dev/null || echo '?'), $rows rows, median of $runs runs, $(date -u +%Y-%m-%dT%H:%MZ)"
+echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//'), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "'x from_chars' and 'x strtod': time over that of the loop reading the same numbers"
+echo "(packed and mixed: the loops over soft.txt)."
+echo
+printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' conversion "input MB" "median s" "MB/s" "x from_chars" "x strtod" "peak MiB" "values"
+printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' ---------- -------- -------- ---- ------------ -------- -------- ------
+for (( j = 0; j < njobs; j++ )); do
+  bytes=$(stat -c %s "${inputs[j]}")
+  fc=${med[$(idx "from_chars loop, ${refs[j]}")]}
+  sd=${med[$(idx "strtod loop, ${refs[j]}")]}
+  peak=$(tr ' ' '\n' <<< "${rss[$j]}" | grep . | sort -n | tail -n 1)
+  awk -v n="${names[j]}" -v b="$bytes" -v t="${med[$j]}" -v fc="$fc" -v sd="$sd" -v m="$peak" -v c="${check[$j]}" \
+    'BEGIN { printf "%-28s %9.1f %9.3f %8.1f %12.2f %10.2f %10.1f  %s\n", n, b / 1e6, t, b / 1e6 / t, t / fc, t / sd, m / 1024, c }'
+done
+fail=0
+for (( j = 0; j < njobs; j++ )); do [[ ${check[$j]} == DIFFERS ]] && fail=1; done
+exit $fail
