@@ -1,5 +1,5 @@
-// Number conversion in ns per field: parse_double against strtod and a bare
-// std::from_chars, on the same in-memory corpora.
+// Number conversion in ns per field: parse_double and parse_double_padded
+// against strtod and a bare std::from_chars, on the same in-memory corpora.
 #include <benchmark/benchmark.h>
 
 #include <charconv>
@@ -14,9 +14,18 @@
 namespace {
 
 struct Corpus {
-  std::string text;  // fields separated by one comma, ended by the zero byte of c_str()
+  // Fields separated by one comma, ended by a zero byte and 8 more bytes of
+  // padding (for parse_double_padded); `length` excludes them.
+  std::string text;
+  size_t length = 0;
   size_t fields = 0;
 };
+
+Corpus padded(Corpus c) {
+  c.length = c.text.size();
+  c.text.append(9, '\0');
+  return c;
+}
 
 void add_field(Corpus& c, const char* b) {
   if (c.fields++ != 0) c.text += ',';
@@ -35,7 +44,7 @@ const Corpus& six_places() {
       std::snprintf(b, sizeof b, "%.6f", v);
       add_field(k, b);
     }
-    return k;
+    return padded(k);
   }();
   return c;
 }
@@ -59,7 +68,7 @@ const Corpus& long_forms() {
       }
       add_field(k, b);
     }
-    return k;
+    return padded(k);
   }();
   return c;
 }
@@ -67,7 +76,7 @@ const Corpus& long_forms() {
 template <class Parse>
 void run(benchmark::State& state, const Corpus& c, Parse parse) {
   const char* begin = c.text.c_str();
-  const char* end = begin + c.text.size();
+  const char* end = begin + c.length;
   for (auto _ : state) {
     double sum = 0;
     const char* p = begin;
@@ -89,6 +98,10 @@ const char* with_parse_double(const char* p, const char*, double* v) {
   return kolv::parse_double(p, v);
 }
 
+const char* with_parse_double_padded(const char* p, const char*, double* v) {
+  return kolv::parse_double_padded(p, v);
+}
+
 const char* with_strtod(const char* p, const char*, double* v) {
   char* e;
   *v = std::strtod(p, &e);
@@ -102,6 +115,9 @@ const char* with_from_chars(const char* p, const char* end, double* v) {
 void BM_SixPlaces_parse_double(benchmark::State& s) {
   run(s, six_places(), with_parse_double);
 }
+void BM_SixPlaces_parse_double_padded(benchmark::State& s) {
+  run(s, six_places(), with_parse_double_padded);
+}
 void BM_SixPlaces_strtod(benchmark::State& s) {
   run(s, six_places(), with_strtod);
 }
@@ -111,6 +127,9 @@ void BM_SixPlaces_from_chars(benchmark::State& s) {
 void BM_LongForms_parse_double(benchmark::State& s) {
   run(s, long_forms(), with_parse_double);
 }
+void BM_LongForms_parse_double_padded(benchmark::State& s) {
+  run(s, long_forms(), with_parse_double_padded);
+}
 void BM_LongForms_strtod(benchmark::State& s) {
   run(s, long_forms(), with_strtod);
 }
@@ -119,9 +138,11 @@ void BM_LongForms_from_chars(benchmark::State& s) {
 }
 
 BENCHMARK(BM_SixPlaces_parse_double);
+BENCHMARK(BM_SixPlaces_parse_double_padded);
 BENCHMARK(BM_SixPlaces_strtod);
 BENCHMARK(BM_SixPlaces_from_chars);
 BENCHMARK(BM_LongForms_parse_double);
+BENCHMARK(BM_LongForms_parse_double_padded);
 BENCHMARK(BM_LongForms_strtod);
 BENCHMARK(BM_LongForms_from_chars);
 

@@ -23,14 +23,22 @@ inline uint64_t slot_bits(const char* slot) {
 
 // floor(x + 0.5) truncated to 32 bits (0x80000000 when out of range or not a
 // number), of which the low 16 bits are kept: deliberate wrap-around.
+//
+// floor(y) lies in [-2^31, 2^31) exactly when y does (a NaN in neither), and
+// there it is y truncated toward zero, less one when that is above y (a
+// negative y with a fraction): no call to the library's floor.
 inline uint16_t to_element16(const char* slot) {
   uint64_t bits = slot_bits(slot);
   if (is_missing(bits)) return kMissing16;
   double x;
   std::memcpy(&x, &bits, 8);
-  double r = std::floor(x + 0.5);
+  const double y = x + 0.5;
   int32_t i = INT32_MIN;
-  if (r >= -2147483648.0 && r < 2147483648.0) i = static_cast<int32_t>(r);
+  if (y >= -2147483648.0 && y < 2147483648.0) {
+    int64_t t = static_cast<int64_t>(y);
+    t -= static_cast<double>(t) > y;
+    i = static_cast<int32_t>(t);
+  }
   return static_cast<uint16_t>(static_cast<uint32_t>(i) & 0xFFFF);
 }
 

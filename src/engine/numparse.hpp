@@ -10,10 +10,17 @@
 // whatever from_chars does not take the same way goes to strtod itself.
 //
 // The text must end with a zero byte; nothing beyond it is ever read.
+//
+// parse_double_padded is the same conversion, with the same result and end,
+// for text that is followed by padding: at least 8 readable bytes after its
+// zero byte, as in the read buffer. It reads digits eight bytes at a time,
+// so it may look at (and ignore) bytes after the number and after the zero
+// byte.
 #pragma once
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace kolv {
 
@@ -28,6 +35,59 @@ inline bool isdig(char c) {
   return static_cast<unsigned char>(c - '0') < 10;
 }
 
+inline constexpr uint64_t kPow10Int[9] = {1,      10,      100,      1000,     10000,
+                                          100000, 1000000, 10000000, 100000000};
+
+// Eight bytes as one little-endian word: the first byte is the lowest.
+inline uint64_t load8(const char* p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+// For the word x = bytes ^ '0' in every byte (so a digit byte holds 0 to 9):
+// the top bit of every byte that was not a decimal digit. Adding 0x76 to the
+// low seven bits sets the top bit for 10 and above without a carry into the
+// next byte; a byte whose top bit is already set is not a digit either.
+inline uint64_t nondigit_bytes(uint64_t x) {
+  return (((x & 0x7F7F7F7F7F7F7F7FULL) + 0x7676767676767676ULL) | x) & 0x8080808080808080ULL;
+}
+
+// The value of eight digit bytes 0-9, the first byte the most significant:
+// pairs, then fours, then the eight, with three multiplications.
+inline uint64_t eight_digits(uint64_t x) {
+  x = x * 10 + (x >> 8);
+  x = ((x & 0x000000FF000000FFULL) * (100 + (1000000ULL << 32)) +
+       ((x >> 16) & 0x000000FF000000FFULL) * (1 + (10000ULL << 32))) >>
+      32;
+  return x;
+}
+
+// Reads the run of decimal digits at s into mant (mant becomes mant times ten
+// to the number of digits plus their value, wrapping past 19 digits) and
+// returns its end. Padded: eight bytes at a time; the first n digits of a word
+// are moved to its top, where the bytes before them read as leading zeros.
+template <bool Padded>
+inline const char* read_digits(const char* s, uint64_t& mant) {
+  if constexpr (Padded) {
+    for (;;) {
+      const uint64_t x = load8(s) ^ 0x3030303030303030ULL;
+      const uint64_t stops = nondigit_bytes(x);
+      if (stops == 0) {
+        mant = mant * kPow10Int[8] + eight_digits(x);
+        s += 8;
+        continue;
+      }
+      const int n = std::countr_zero(stops) >> 3;
+      if (n != 0) mant = mant * kPow10Int[n] + eight_digits(x << (64 - 8 * n));
+      return s + n;
+    }
+  } else {
+    while (isdig(*s)) mant = 10 * mant + static_cast<unsigned>(*s++ - '0');
+    return s;
+  }
+}
+
 // A decimal of known extent [num, end) that the fast path cannot convert
 // exactly: from_chars, or strtod from p when from_chars refuses it.
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out);
@@ -36,30 +96,29 @@ const char* parse_decimal_slow(const char* p, const char* num, const char* end, 
 // no digits at all): strtod decides.
 const char* parse_with_strtod(const char* p, double* out);
 
-}  // namespace numparse_detail
-
-inline const char* parse_double(const char* p, double* out) {
-  using numparse_detail::isdig;
+// The conversion, with the digit reader of either kind.
+template <bool Padded>
+inline const char* parse_double_as(const char* p, double* out) {
   const char* s = p;
   const bool neg = *s == '-';
   s += neg | (*s == '+');  // without a branch: signs come in random order
   // from_chars takes a '-' but not a '+': hand it the text after a '+'.
   const char* num = neg ? p : s;
   // strtod reads "0x" (only with a single leading zero) as a hexadecimal float.
-  if (*s == '0' && (s[1] | 0x20) == 'x') return numparse_detail::parse_with_strtod(p, out);
+  if (*s == '0' && (s[1] | 0x20) == 'x') return parse_with_strtod(p, out);
 
   const char* digits = s;
   uint64_t mant = 0;  // wraps past 19 digits; then it is not used
-  while (isdig(*s)) mant = 10 * mant + static_cast<unsigned>(*s++ - '0');
+  s = read_digits<Padded>(s, mant);
   int64_t ndigits = s - digits;
   int64_t exponent = 0;
   if (*s == '.') {
     const char* frac = ++s;
-    while (isdig(*s)) mant = 10 * mant + static_cast<unsigned>(*s++ - '0');
+    s = read_digits<Padded>(s, mant);
     exponent = -(s - frac);
     ndigits += s - frac;
   }
-  if (ndigits == 0) return numparse_detail::parse_with_strtod(p, out);
+  if (ndigits == 0) return parse_with_strtod(p, out);
 
   // An exponent counts only with at least one digit: "1e" and "1e+" end before the 'e'.
   if ((*s | 0x20) == 'e') {
@@ -77,13 +136,55 @@ inline const char* parse_double(const char* p, double* out) {
 
   if (ndigits <= 19 && mant <= (uint64_t{1} << 53) && exponent >= -22 && exponent <= 22) {
     double v = static_cast<double>(mant);  // exact: at most 2^53
-    v = exponent < 0 ? v / numparse_detail::kPow10[-exponent]
-                     : v * numparse_detail::kPow10[exponent];
+    v = exponent < 0 ? v / kPow10[-exponent] : v * kPow10[exponent];
     // v is +0 or positive: setting the sign bit negates it, zero included.
     *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
     return s;
   }
-  return numparse_detail::parse_decimal_slow(p, num, s, out);
+  return parse_decimal_slow(p, num, s, out);
+}
+
+}  // namespace numparse_detail
+
+inline const char* parse_double(const char* p, double* out) {
+  return numparse_detail::parse_double_as<false>(p, out);
+}
+
+// The shape of nearly every exported number, an optional sign, at most seven
+// digits, and optionally a point and at most seven digits, is taken in one
+// straight line: its mantissa is below 10^14 and its exponent between -7 and
+// 0, so the conversion is always the exact one. Everything else (eight or more
+// digits in a row, an exponent, a hexadecimal "0x", no digits at all) takes
+// the whole conversion from the start.
+inline const char* parse_double_padded(const char* p, double* out) {
+  using namespace numparse_detail;
+  constexpr uint64_t kZeros = 0x3030303030303030ULL;
+  const char* s = p;
+  const bool neg = *s == '-';
+  s += neg | (*s == '+');
+  const uint64_t x = load8(s) ^ kZeros;
+  const uint64_t stops = nondigit_bytes(x);
+  if (stops != 0) {
+    const int n = std::countr_zero(stops) >> 3;
+    uint64_t mant = n != 0 ? eight_digits(x << (64 - 8 * n)) : 0;
+    const char* q = s + n;
+    int f = 0;
+    uint64_t fstops = 1;
+    if (*q == '.') {
+      const uint64_t y = load8(q + 1) ^ kZeros;
+      fstops = nondigit_bytes(y);
+      f = std::countr_zero(fstops | (uint64_t{1} << 63)) >> 3;
+      if (f != 0) mant = mant * kPow10Int[f] + eight_digits(y << (64 - 8 * f));
+      q += 1 + f;
+    }
+    const char stop = static_cast<char>(*q | 0x20);
+    if (fstops != 0 && n + f != 0 && stop != 'e' && stop != 'x') {
+      const double v = static_cast<double>(mant) / kPow10[f];  // exact operands
+      *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
+      return q;
+    }
+  }
+  return parse_double_as<true>(p, out);
 }
 
 }  // namespace kolv

@@ -5,7 +5,6 @@
 // refilled, so older pointers into it are void.
 #pragma once
 
-#include <cctype>
 #include <cstdint>
 #include <cstring>
 
@@ -19,6 +18,11 @@ namespace kolv {
 inline bool is_terminator(char c) {
   unsigned char u = static_cast<unsigned char>(c);
   return u == 0 || u == '\t' || u == '\n' || u == '\r' || u == ' ' || u == ',';
+}
+
+// A letter of the "C" locale, the one kolv runs in: what isalpha tests there.
+inline bool is_letter(unsigned char c) {
+  return static_cast<unsigned char>((c | 0x20) - 'a') < 26;
 }
 
 inline void store_missval(char* slot) {
@@ -70,7 +74,12 @@ inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& statu
   return pos;
 }
 
-inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+namespace scan_detail {
+
+// Every step of scandbl in order: the early refill, blanks, the missing value,
+// a word, the number with its refills.
+[[gnu::noinline]] inline char* scandbl_steps(Run& run, char* pos, char* slot, int field,
+                                             uint32_t& status) {
   ReadBuffer& rb = run.rb;
   char* const buffer_end = rb.inbuff.get() + kReadSize;
   if (buffer_end - pos < 80 && rb.theresmore) pos = fillbuff(rb, pos);
@@ -95,7 +104,7 @@ inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& statu
     }
   }
   unsigned char first = static_cast<unsigned char>(*pos);
-  if (first == '_' || std::isalpha(first)) return scanstr(run, pos, slot, field, status);
+  if (first == '_' || is_letter(first)) return scanstr(run, pos, slot, field, status);
 
   bool refilled = false;
   double value;
@@ -119,6 +128,34 @@ inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& statu
   std::memcpy(slot, &value, 8);
   status = 1;
   return const_cast<char*>(end);
+}
+
+}  // namespace scan_detail
+
+// The common field is decided in a few steps: no early refill is due (the
+// position lies at least 80 bytes before the buffer's read limit), the field
+// begins with a digit or a sign that is not the missing-value character, and
+// its number ends before the buffer's zero byte. The full steps would find no
+// blank, no missing value and no word there, convert the same number and
+// keep it; every other field takes the full steps.
+inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+  const char* const buffer = run.rb.inbuff.get();
+  if (reinterpret_cast<uintptr_t>(pos) - reinterpret_cast<uintptr_t>(buffer) <=
+      static_cast<uintptr_t>(kReadSize - 80)) {
+    const char c = *pos;
+    if (c != run.set.mstring && (numparse_detail::isdig(c) || c == '-' || c == '+')) {
+      double value;
+      // The text lies in the read buffer, which keeps 4096 bytes after it.
+      const char* end = parse_double_padded(pos, &value);
+      if (end != pos && *end != '\0') {
+        run.rb.cperr = pos;
+        std::memcpy(slot, &value, 8);
+        status = 1;
+        return const_cast<char*>(end);
+      }
+    }
+  }
+  return scan_detail::scandbl_steps(run, pos, slot, field, status);
 }
 
 }  // namespace kolv

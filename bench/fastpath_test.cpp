@@ -1,0 +1,435 @@
+// The fast paths of the benchmark work against the conversions they stand in
+// for, over millions of generated texts:
+//
+//  - parse_double_padded against the C library's strtod (and parse_double):
+//    the same end and the same bit pattern, whatever bytes follow the text's
+//    zero byte, and never a read beyond the 8 bytes of padding after it;
+//  - the 2-byte element conversion without the library's floor against
+//    floor(x + 0.5) itself;
+//  - scandbl (its quick decision first) against scandbl's full steps: the
+//    same return position, slot, status, error position, character flags,
+//    buffer contents and refills, on fields placed anywhere in the read
+//    buffer, around the early-refill limit and across refills.
+//
+// KOLV_DIFF_COUNT sets the number of texts for the parser (default 3,000,000;
+// the scanner takes a tenth of it); KOLV_DIFF_SEED varies the seeds.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "driver/state.hpp"
+#include "engine/elements.hpp"
+#include "engine/numparse.hpp"
+#include "engine/readbuf.hpp"
+#include "engine/scanners.hpp"
+
+namespace {
+
+using Rng = std::mt19937_64;
+
+uint64_t below(Rng& r, uint64_t n) { return r() % n; }
+int between(Rng& r, int lo, int hi) { return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1))); }
+bool chance(Rng& r, int percent) { return below(r, 100) < static_cast<uint64_t>(percent); }
+char pick(Rng& r, const char* set) { return set[below(r, std::strlen(set))]; }
+
+uint64_t total_count() {
+  const char* v = std::getenv("KOLV_DIFF_COUNT");
+  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : 3000000;
+}
+
+uint64_t base_seed() {
+  const char* v = std::getenv("KOLV_DIFF_SEED");
+  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 0) : 0x66617374ULL;
+}
+
+void add_digits(Rng& r, std::string& s, int n) {
+  for (int i = 0; i < n; ++i) s += static_cast<char>('0' + below(r, 10));
+}
+
+// Digit runs of every length around the word size: 0 to 9, 15 to 17, 19 to 21.
+int run_length(Rng& r) {
+  static const int lengths[] = {0, 1, 2, 3, 4, 5, 6, 7, 7, 8, 8, 9, 15, 16, 17, 19, 20, 21};
+  return lengths[below(r, sizeof lengths / sizeof lengths[0])];
+}
+
+// What may follow a number: nothing, a terminator, an exponent (complete or
+// not), a second point, a letter, "x" after a zero, any byte.
+void add_tail(Rng& r, std::string& s) {
+  switch (below(r, 8)) {
+    case 0:
+      return;
+    case 1:
+      s += pick(r, " \t\r\n,");
+      return;
+    case 2:
+      s += pick(r, "eE");
+      if (chance(r, 50)) s += pick(r, "+-");
+      add_digits(r, s, between(r, 0, 4));
+      return;
+    case 3:
+      s += '.';
+      add_digits(r, s, between(r, 0, 3));
+      return;
+    case 4:
+      s += pick(r, "xXpPiInNaA_}.");
+      return;
+    default: {
+      const int n = between(r, 1, 3);
+      for (int i = 0; i < n; ++i) s += static_cast<char>(between(r, 1, 255));
+      return;
+    }
+  }
+}
+
+// The main family: sign, digit runs of every length on both sides of an
+// optional point, then a tail.
+void gen_runs(Rng& r, std::string& s) {
+  const int k = static_cast<int>(below(r, 10));
+  if (k < 4)
+    s += '-';
+  else if (k == 4)
+    s += '+';
+  else if (k == 5 && chance(r, 20))
+    s += pick(r, "+- ");
+  if (chance(r, 10)) s.append(static_cast<size_t>(between(r, 1, 3)), '0');
+  add_digits(r, s, run_length(r));
+  if (chance(r, 75)) {
+    s += '.';
+    add_digits(r, s, run_length(r));
+  }
+  add_tail(r, s);
+}
+
+// Exported decimals: six places, one to five integer digits.
+void gen_six_places(Rng& r, std::string& s) {
+  if (chance(r, 50)) s += '-';
+  add_digits(r, s, between(r, 1, 5));
+  s += '.';
+  add_digits(r, s, 6);
+  add_tail(r, s);
+}
+
+// Doubles printed by the C library, and the words and forms strtod reads.
+void gen_printed(Rng& r, std::string& s) {
+  char b[512];
+  const int k = static_cast<int>(below(r, 6));
+  double d;
+  do d = std::bit_cast<double>(r()); while (!std::isfinite(d));
+  if (chance(r, 50)) d = std::ldexp(static_cast<double>(below(r, 1000000000)), between(r, -40, 10));
+  switch (k) {
+    case 0:
+      std::snprintf(b, sizeof b, "%.17g", d);
+      break;
+    case 1:
+      std::snprintf(b, sizeof b, "%.*f", between(r, 0, 12), std::fmod(d, 1e9));
+      break;
+    case 2:
+      std::snprintf(b, sizeof b, "%.*e", between(r, 0, 20), d);
+      break;
+    case 3:
+      std::snprintf(b, sizeof b, "%a", d);
+      break;
+    case 4: {
+      static const char* words[] = {"inf", "-infinity", "nan", "+nan(1)", "0x", "0x1p3", "-0x.8",
+                                    "00x1", " 12", "\t-1.5", "1e", "1e+", ".", "-.", "+.e1"};
+      std::snprintf(b, sizeof b, "%s", words[below(r, sizeof words / sizeof words[0])]);
+      break;
+    }
+    default:
+      std::snprintf(b, sizeof b, "%.*g", between(r, 1, 17), d);
+      break;
+  }
+  s += b;
+  add_tail(r, s);
+}
+
+// Short random texts of the bytes numbers are made of.
+void gen_ascii(Rng& r, std::string& s) {
+  const int n = between(r, 0, 20);
+  for (int i = 0; i < n; ++i) s += chance(r, 80) ? pick(r, "0123456789.+-eE") : pick(r, " x,\t_a0");
+}
+
+using Gen = void (*)(Rng&, std::string&);
+const Gen kGens[] = {gen_runs, gen_runs, gen_runs, gen_six_places, gen_printed, gen_ascii};
+
+std::string generate(Rng& r) {
+  std::string s;
+  kGens[below(r, sizeof kGens / sizeof kGens[0])](r, s);
+  return s;
+}
+
+std::string shown(const std::string& text) {
+  std::string s;
+  for (unsigned char c : text) {
+    if (c >= 32 && c < 127 && c != '"' && c != '\\') {
+      s += static_cast<char>(c);
+    } else {
+      char b[8];
+      std::snprintf(b, sizeof b, "\\x%02x", c);
+      s += b;
+    }
+  }
+  return s;
+}
+
+// Places each text so that exactly 8 readable bytes follow its zero byte, the
+// padding parse_double_padded may read; the page after them is inaccessible.
+class PaddedBuffer {
+ public:
+  PaddedBuffer() {
+    page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    size_ = 5 * page_;
+    void* m = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m == MAP_FAILED) std::abort();
+    base_ = static_cast<char*>(m);
+    if (mprotect(base_ + 4 * page_, page_, PROT_NONE) != 0) std::abort();
+  }
+  ~PaddedBuffer() { munmap(base_, size_); }
+  PaddedBuffer(const PaddedBuffer&) = delete;
+  PaddedBuffer& operator=(const PaddedBuffer&) = delete;
+  // The padding is drawn from digits, points and exponent letters, so that a
+  // reader that looked past the zero byte would take them in.
+  const char* place(const std::string& text, Rng& r) {
+    char* p = base_ + 4 * page_ - 8 - (text.size() + 1);
+    std::memcpy(p, text.c_str(), text.size() + 1);
+    for (int i = 0; i < 8; ++i) p[text.size() + 1 + static_cast<size_t>(i)] = pick(r, "0123456789.eE+-");
+    return p;
+  }
+
+ private:
+  char* base_ = nullptr;
+  size_t page_ = 0;
+  size_t size_ = 0;
+};
+
+TEST(ParseDoublePadded, SameEndAndBitsAsStrtod) {
+  const uint64_t count = total_count();
+  Rng rng(base_seed());
+  PaddedBuffer buf;
+  uint64_t converted = 0, quick_shape = 0, failures = 0;
+  for (uint64_t i = 0; i < count; ++i) {
+    const std::string text = generate(rng);
+    const char* p = buf.place(text, rng);
+    char* libc_end;
+    const double libc = std::strtod(p, &libc_end);
+    double padded = 0, plain = 0;
+    const char* padded_end = kolv::parse_double_padded(p, &padded);
+    const char* plain_end = kolv::parse_double(p, &plain);
+    if (libc_end != p) ++converted;
+    // Texts in the straight-line shape: at most 7 digits, a point, at most 7.
+    const char* q = p + (*p == '-' || *p == '+');
+    const char* d = q;
+    while (*q >= '0' && *q <= '9') ++q;
+    if (q - d < 8 && *q == '.') {
+      const char* f = ++q;
+      while (*q >= '0' && *q <= '9') ++q;
+      if (q - f < 8 && q - d > 1) ++quick_shape;
+    }
+    const bool same = std::bit_cast<uint64_t>(libc) == std::bit_cast<uint64_t>(padded) &&
+                      libc_end == padded_end &&
+                      std::bit_cast<uint64_t>(plain) == std::bit_cast<uint64_t>(padded) &&
+                      plain_end == padded_end;
+    if (!same && ++failures <= 10)
+      ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at " << (libc_end - p)
+                    << " with " << std::hexfloat << libc << ", parse_double_padded at "
+                    << (padded_end - p) << " with " << padded;
+  }
+  std::printf("[ padded parse ] %llu texts, %llu converted, %llu of the straight-line shape\n",
+              static_cast<unsigned long long>(count), static_cast<unsigned long long>(converted),
+              static_cast<unsigned long long>(quick_shape));
+  EXPECT_EQ(failures, 0u);
+  // The generator must keep producing what it is built for.
+  if (count >= 10000) {
+    EXPECT_GE(converted * 100, count * 70);
+    EXPECT_GE(quick_shape * 100, count * 20);
+  }
+}
+
+// Every digit-run length before and after the point, with every byte after it.
+TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
+  Rng rng(base_seed() + 1);
+  PaddedBuffer buf;
+  uint64_t failures = 0;
+  for (int sign = 0; sign < 3; ++sign) {
+    for (int whole = 0; whole <= 18; ++whole) {
+      for (int frac = -1; frac <= 18; ++frac) {
+        for (int c = 1; c < 256; ++c) {
+          std::string text = sign == 0 ? "" : sign == 1 ? "-" : "+";
+          add_digits(rng, text, whole);
+          if (frac >= 0) {
+            text += '.';
+            add_digits(rng, text, frac);
+          }
+          text += static_cast<char>(c);
+          const char* p = buf.place(text, rng);
+          char* libc_end;
+          const double libc = std::strtod(p, &libc_end);
+          double v = 0;
+          const char* end = kolv::parse_double_padded(p, &v);
+          if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
+              ++failures <= 10)
+            ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
+                          << ", parse_double_padded at " << (end - p);
+        }
+      }
+    }
+  }
+  EXPECT_EQ(failures, 0u);
+}
+
+// ---- the 2-byte element ---------------------------------------------------
+
+uint16_t element16_by_floor(double x) {
+  const double r = std::floor(x + 0.5);
+  int32_t i = INT32_MIN;
+  if (r >= -2147483648.0 && r < 2147483648.0) i = static_cast<int32_t>(r);
+  return static_cast<uint16_t>(static_cast<uint32_t>(i) & 0xFFFF);
+}
+
+TEST(Element16, SameAsFloorOfXPlusAHalf) {
+  Rng rng(base_seed() + 3);
+  static const double edges[] = {0.5,           -0.5,          1.5,           -1.5,
+                                 2.5,           -2.5,          0.49999999999999994,
+                                 -0.49999999999999994,         32767.5,       -32768.5,
+                                 2147483647.5,  2147483646.5,  -2147483648.5, -2147483647.5,
+                                 -2147483648.0, 2147483648.0,  4503599627370495.5,
+                                 4503599627370497.0,           1e300,         -1e300,
+                                 HUGE_VAL,      -HUGE_VAL,     0.0,           -0.0};
+  uint64_t failures = 0;
+  auto check = [&](double x) {
+    char slot[8];
+    std::memcpy(slot, &x, 8);
+    if (kolv::is_missing(std::bit_cast<uint64_t>(x))) return;
+    const uint16_t got = kolv::to_element16(slot);
+    const uint16_t want = element16_by_floor(x);
+    if (got != want && ++failures <= 10)
+      ADD_FAILURE() << std::hexfloat << x << ": " << got << ", floor gives " << want;
+  };
+  for (double e : edges)
+    for (int step = -3; step <= 3; ++step) {
+      double x = e;
+      for (int k = 0; k < step; ++k) x = std::nextafter(x, HUGE_VAL);
+      for (int k = 0; k > step; --k) x = std::nextafter(x, -HUGE_VAL);
+      check(x);
+    }
+  const uint64_t count = total_count();
+  for (uint64_t i = 0; i < count; ++i) {
+    switch (below(rng, 4)) {
+      case 0:
+        check(std::bit_cast<double>(rng()));  // any bits: NaNs, infinities, huge, tiny
+        break;
+      case 1:
+        check(static_cast<double>(static_cast<int64_t>(rng()) >> between(rng, 20, 63)) / 2);
+        break;
+      case 2:
+        check(std::ldexp(static_cast<double>(rng() >> 11), between(rng, -60, 0)) *
+              (chance(rng, 50) ? -1 : 1));
+        break;
+      default:
+        check((static_cast<double>(below(rng, 2000000001)) - 1e9) / 100.0);
+        break;
+    }
+  }
+  EXPECT_EQ(failures, 0u);
+}
+
+// ---- scandbl: the quick decision against the full steps ---------------------
+
+// One run reading the given bytes read_size at a time, with the buffer filled.
+struct ScanRun {
+  kolv::Run run;
+  std::string bytes;
+  FILE* in = nullptr;
+  ScanRun(const std::string& input, int read_size, char mstring) : bytes(input) {
+    in = fmemopen(bytes.empty() ? nullptr : bytes.data(), bytes.size(), "rb");
+    if (in == nullptr) in = std::tmpfile();  // fmemopen refuses an empty buffer
+    run.rb.infp = in;
+    run.rb.read_size = read_size;
+    run.rb.theresmore = 1;
+    run.set.mstring = mstring;
+    kolv::first_fill(run.rb);
+  }
+  ~ScanRun() { std::fclose(in); }
+  ScanRun(const ScanRun&) = delete;
+  ScanRun& operator=(const ScanRun&) = delete;
+};
+
+struct Outcome {
+  long next;
+  std::string slot;
+  uint32_t status;
+  long cperr;
+  int vrec;
+  std::string buffered;
+  int theresmore;
+  int readbytes;
+  uint64_t fills;
+  long file_at;
+  bool operator==(const Outcome&) const = default;
+};
+
+template <class Scan>
+Outcome scan_with(ScanRun& s, long offset, int field, Scan scan) {
+  char* buffer = s.run.rb.inbuff.get();
+  char slot[8];
+  std::memset(slot, 0x55, sizeof slot);
+  uint32_t status = 99;
+  s.run.rb.cperr = nullptr;
+  char* next = scan(s.run, buffer + offset, slot, field, status);
+  const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
+  return {static_cast<long>(next - buffer), std::string(slot, 8), status, cperr,
+          s.run.vars.vrec[static_cast<size_t>(field)], std::string(buffer), s.run.rb.theresmore,
+          s.run.rb.readbytes, s.run.rb.fills, std::ftell(s.in)};
+}
+
+TEST(ScandblQuickDecision, SameAsTheFullSteps) {
+  const uint64_t count = total_count() / 10;
+  Rng rng(base_seed() + 2);
+  uint64_t failures = 0, quick = 0;
+  for (uint64_t i = 0; i < count; ++i) {
+    // Where the field starts: near the buffer's start, or around the point
+    // where fewer than 80 bytes remain before the read limit.
+    const bool far = chance(rng, 2);
+    const int read_size =
+        far || chance(rng, 50) ? kolv::kReadSize : between(rng, 4, 48);  // small: refills
+    const long offset = far ? kolv::kReadSize - 80 + between(rng, -40, 40)
+                            : between(rng, 0, std::min(40, read_size - 1));
+    std::string field = generate(rng);
+    if (chance(rng, 5)) field = pick(rng, ".-*9a") + field;
+    std::string input(static_cast<size_t>(offset), 'x');
+    input += field;
+    const int after = between(rng, 0, 60);
+    for (int k = 0; k < after; ++k) input += pick(rng, "0123456789 .,\n-e");
+    const char mstring = pick(rng, ".-*9a");
+    const int field_index = between(rng, 0, 3);
+    ScanRun a(input, read_size, mstring), b(input, read_size, mstring);
+    if (offset > static_cast<long>(std::strlen(a.run.rb.inbuff.get()))) continue;  // not buffered
+    const Outcome fast = scan_with(a, offset, field_index, kolv::scandbl);
+    const Outcome full = scan_with(b, offset, field_index, kolv::scan_detail::scandbl_steps);
+    if (fast.fills == 0 && fast.status == 1 && fast.cperr == offset) ++quick;
+    if (!(fast == full) && ++failures <= 10)
+      ADD_FAILURE() << "field \"" << shown(field) << "\" at " << offset << " (read size " << read_size
+                    << ", MSYM '" << mstring << "'): quick decision returns " << fast.next
+                    << " status " << fast.status << ", full steps " << full.next << " status "
+                    << full.status;
+  }
+  std::printf("[ scandbl      ] %llu fields, %llu converted in place\n",
+              static_cast<unsigned long long>(count), static_cast<unsigned long long>(quick));
+  EXPECT_EQ(failures, 0u);
+  if (count >= 10000) {
+    EXPECT_GE(quick * 100, count * 30);
+  }
+}
+
+}  // namespace
