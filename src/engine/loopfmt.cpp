@@ -9,7 +9,7 @@
 #include <sys/types.h>
 
 #include <algorithm>
-#include <cctype>
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -57,7 +57,7 @@ void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& s
     }
   }
   unsigned char first = static_cast<unsigned char>(*p);
-  if (first == '_' || std::isalpha(first)) {
+  if (first == '_' || is_letter(first)) {
     scanstrtemp(run, p, value, index, status);
     return;
   }
@@ -69,6 +69,44 @@ void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& s
   }
   std::memcpy(value, &x, 8);
   status = 1;
+}
+
+bool packed_number(const char* field, int64_t width, int decimals, char mstring, double* out) {
+  using numparse_detail::eight_digits;
+  using numparse_detail::load8;
+  using numparse_detail::nondigit_bytes;
+  const char* const end = field + width;
+  const char* q = field;
+  while (q < end) {
+    // The top bit of every byte that is not a blank (exact: no carries).
+    const uint64_t y = load8(q) ^ 0x2020202020202020ULL;
+    const uint64_t other =
+        (((y & 0x7F7F7F7F7F7F7F7FULL) + 0x7F7F7F7F7F7F7F7FULL) | y) & 0x8080808080808080ULL;
+    if (other != 0) {
+      q += std::countr_zero(other) >> 3;
+      break;
+    }
+    q += 8;
+  }
+  if (q >= end || *q == '.' || *q == mstring) return false;
+  const bool neg = *q == '-';
+  q += neg || *q == '+';
+  int64_t left = end - q;
+  if (left < 1 || left > 19 || left < decimals || decimals > 22) return false;
+  uint64_t mant = 0;
+  while (left > 0) {
+    const uint64_t x = load8(q) ^ 0x3030303030303030ULL;
+    const int take = left < 8 ? static_cast<int>(left) : 8;
+    const uint64_t field_bytes = take == 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * take)) - 1;
+    if ((nondigit_bytes(x) & field_bytes) != 0) return false;
+    mant = mant * numparse_detail::kPow10Int[take] + eight_digits(take == 8 ? x : x << (64 - 8 * take));
+    q += take;
+    left -= take;
+  }
+  if (mant > (uint64_t{1} << 53)) return false;
+  const double v = static_cast<double>(mant) / numparse_detail::kPow10[decimals];
+  *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
+  return true;
 }
 
 namespace {
@@ -291,7 +329,7 @@ int convert(Run& run, int buffer_bytes) {
         continue;
       }
       const unsigned char first = static_cast<unsigned char>(field_byte(rec, f.start));
-      if (f.width > 0 && (first == '_' || std::isalpha(first))) {
+      if (f.width > 0 && (first == '_' || is_letter(first))) {
         // Text in a numeric field. A letter MSYM standing alone there is the
         // whole missing element of its size: a part of the missing pattern
         // would read back as a number.
@@ -302,6 +340,14 @@ int convert(Run& run, int buffer_bytes) {
         } else {
           std::memcpy(element, slot, static_cast<size_t>(keep));
         }
+        continue;
+      }
+      double number;
+      if (f.start + f.width <= record &&
+          packed_number(rec.bytes + f.start, f.width, f.decimals, run.set.mstring, &number)) {
+        run.rb.cperr = text.get();  // where scandbltemp would have left it
+        std::memcpy(slot, &number, 8);
+        put_element<W>(element, slot);
         continue;
       }
       const char* end = numeric_text(text.get(), rec, f);

@@ -23,6 +23,16 @@ void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& s
 // text's start in run.rb.cperr for the bad-data report.
 void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status);
 
+// The common numeric field of a record, read in place: blanks, an optional
+// sign, then 1 to 19 digits up to the field's end, at least as many digits as
+// implied decimals, the first byte after the blanks neither "." nor the MSYM
+// character. Gives the number that scandbltemp reads from the field's rebuilt
+// text (blanks, sign, digits, a point and the last `decimals` digits) and
+// returns true; returns false for every other field, which must take the
+// rebuilt text. Reads eight bytes at a time: at least 8 readable bytes must
+// follow the field (the read buffer keeps 4096 after its text).
+bool packed_number(const char* field, int64_t width, int decimals, char mstring, double* out);
+
 // loopfmt with the buffer filled at most `buffer_bytes` at a time, rounded
 // down to whole records (one record when it is longer). loopfmt itself uses
 // the full read size; tests use small sizes to make records cross refills.
