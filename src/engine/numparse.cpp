@@ -1,5 +1,6 @@
-// The two out-of-line halves of parse_double: from_chars for decimals the
-// fast path cannot convert exactly, and strtod for everything else.
+// The out-of-line parts of parse_double: from_chars for decimals the fast
+// path cannot convert exactly, strtod for everything else, and the whole
+// padded conversion behind parse_double_padded's straight line.
 #include "engine/numparse.hpp"
 
 #include <charconv>
@@ -18,6 +19,10 @@ const char* parse_decimal_slow(const char* p, const char* num, const char* end, 
     return end;
   }
   return parse_with_strtod(p, out);
+}
+
+const char* parse_padded_whole(const char* p, double* out) {
+  return parse_double_as<true>(p, out);
 }
 
 const char* parse_with_strtod(const char* p, double* out) {

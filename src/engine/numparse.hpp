@@ -96,6 +96,10 @@ const char* parse_decimal_slow(const char* p, const char* num, const char* end, 
 // no digits at all): strtod decides.
 const char* parse_with_strtod(const char* p, double* out);
 
+// The whole padded conversion, out of line: what parse_double_padded's
+// straight line does not take.
+const char* parse_padded_whole(const char* p, double* out);
+
 // The conversion, with the digit reader of either kind.
 template <bool Padded>
 inline const char* parse_double_as(const char* p, double* out) {
@@ -184,7 +188,7 @@ inline const char* parse_double_padded(const char* p, double* out) {
       return q;
     }
   }
-  return parse_double_as<true>(p, out);
+  return parse_padded_whole(p, out);
 }
 
 }  // namespace kolv
