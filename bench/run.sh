@@ -7,18 +7,23 @@
 # the same numbers, and the peak resident memory. Every kolv output is
 # checked value by value against the strtod loop's doubles.
 #
-#   bench/run.sh [-r RUNS] [-n ROWS]      (defaults: 5 runs, 1,000,000 rows)
+#   bench/run.sh [-r RUNS] [-n ROWS] [-s]   (defaults: 5 runs, 1,000,000 rows)
+#
+# Then it converts a 1 GB soft-delimited input once (soft.txt repeated) and
+# reports kolv's peak memory there; -s skips that step.
 #
 # KOLV_BENCH_BUILD names another build folder.
 set -euo pipefail
 
 runs=5
 rows=1000000
-while getopts "r:n:" opt; do
+big=1
+while getopts "r:n:s" opt; do
   case $opt in
     r) runs=$OPTARG ;;
     n) rows=$OPTARG ;;
-    *) echo "usage: bench/run.sh [-r RUNS] [-n ROWS]" >&2; exit 2 ;;
+    s) big=0 ;;
+    *) echo "usage: bench/run.sh [-r RUNS] [-n ROWS] [-s]" >&2; exit 2 ;;
   esac
 done
 
@@ -42,8 +47,9 @@ kolv=$build/kolv
 bin=$build/bench
 [[ -x /usr/bin/time ]] || { echo "bench/run.sh needs /usr/bin/time (Debian: apt-get install time)" >&2; exit 1; }
 
-# The corpus is about 540 bytes a row; outputs and references need as much again.
-need_kb=$(( rows * 11 / 10 + 100000 ))
+# The corpus is about 540 bytes a row; outputs and references need as much
+# again; the 1 GB input and its data set 1.8 GB more.
+need_kb=$(( rows * 11 / 10 + 100000 + big * 1800000 ))
 avail_kb=$(df -Pk /dev/shm 2> /dev/null | awk 'NR == 2 { print $4 }' || echo 0)
 if [[ -d /dev/shm && ${avail_kb:-0} -gt $need_kb ]]; then base=/dev/shm; else base=${TMPDIR:-/tmp}; fi
 work=$(mktemp -d "$base/kolv-bench.XXXXXX")
@@ -157,7 +163,9 @@ for (( j = 0; j < njobs; j++ )); do med[$j]=$(median <<< "${walls[$j]}"); done
 idx() { local j; for (( j = 0; j < njobs; j++ )); do [[ ${names[j]} == "$1" ]] && { echo "$j"; return; }; done; }
 
 echo
-echo "kolv $(git -C "$repo" rev-parse --short HEAD 2> /dev/null || echo '?'), $rows rows, median of $runs runs, $(date -u +%Y-%m-%dT%H:%MZ)"
+rev=$(git -C "$repo" rev-parse --short HEAD 2> /dev/null || echo '?')
+[[ -n $(git -C "$repo" status --porcelain -- src bench 2> /dev/null) ]] && rev+=" with uncommitted changes"
+echo "kolv $rev, $rows rows, median of $runs runs, $(date -u +%Y-%m-%dT%H:%MZ)"
 echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//'), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
 echo "'x from_chars' and 'x strtod': time over that of the loop reading the same numbers"
 echo "(packed and mixed: the loops over soft.txt)."
@@ -174,4 +182,22 @@ for (( j = 0; j < njobs; j++ )); do
 done
 fail=0
 for (( j = 0; j < njobs; j++ )); do [[ ${check[$j]} == DIFFERS ]] && fail=1; done
+
+# --- memory: one conversion of a 1 GB input ---------------------------------
+if (( big )); then
+  rm -f ./*.dat ./*.bin
+  size=$(stat -c %s soft.txt)
+  copies=$(( (1000000000 + size - 1) / size ))
+  for (( c = 0; c < copies; c++ )); do cat soft.txt; done > big.txt
+  printf '%s\n' 'INPUT big.txt; OUTPUT big_d; INVAR x[1:10];' > big_d.cmd
+  t0=$EPOCHREALTIME
+  /usr/bin/time -f %M -o rss.txt "$kolv" big_d.cmd -noc > out.txt 2>&1 || { cat out.txt >&2; exit 1; }
+  t1=$EPOCHREALTIME
+  stored=$(od -An -tu4 -j80 -N4 big_d.dat | tr -d ' ')
+  echo
+  awk -v b="$(stat -c %s big.txt)" -v t0="$t0" -v t1="$t1" -v m="$(tail -n 1 rss.txt)" -v r="$stored" -v w="$(( copies * rows ))" \
+    'BEGIN { printf "kolv soft, D over a %.2f GB input: %.2f s, %.1f MB/s, peak %.1f MiB, %d rows (%s)\n",
+             b / 1e9, t1 - t0, b / 1e6 / (t1 - t0), m / 1024, r, r == w ? "all of them" : "EXPECTED " w }'
+  (( stored == copies * rows )) || fail=1
+fi
 exit $fail
