@@ -21,6 +21,7 @@
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"
+#include "engine/rowblock.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"
 
@@ -363,13 +364,12 @@ int convert(Run& run, int buffer_bytes) {
     at += static_cast<size_t>(record);
     ++run.cnt.row;
     if (++buffered == rows_per_block) {
-      if (std::fwrite(block.get(), block_bytes, 1, run.files.fout) != 1) return kLoopWriteFailed;
+      if (!write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
       std::memset(block.get(), 0, block_bytes);
       buffered = 0;
     }
   }
-  if (buffered > 0 && std::fwrite(block.get(), buffered * row_bytes, 1, run.files.fout) != 1)
-    return kLoopWriteFailed;
+  if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
 
   if (extra > 0 && index == records) {
     // The bytes after the last record may still be unread.
