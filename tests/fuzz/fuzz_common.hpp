@@ -1,0 +1,324 @@
+// What every fuzz target shares: a private scratch directory per process, a
+// whole kolv run in-process with its messages caught in memory, and the
+// checks that hold after any run, whatever the input:
+//   - the exit status is 0 or 255;
+//   - no temporary output (out_ and six characters) is left behind;
+//   - a run that ends fatally leaves an existing output with its bytes
+//     (unless it was appending: an appended file is updated in place);
+//   - no file descriptor stays open on a file of the scratch directory.
+// A broken check prints why and aborts, which both libFuzzer and the replay
+// program report as a failure of that input.
+#pragma once
+
+#include <dirent.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "command/settings.hpp"
+#include "command/statement.hpp"
+#include "driver/entry.hpp"
+
+namespace kolv_fuzz {
+
+[[noreturn]] inline void broken(const char* what, const std::string& detail = {}) {
+  std::fprintf(stderr, "kolv fuzz check failed: %s%s%s\n", what, detail.empty() ? "" : ": ",
+               detail.c_str());
+  std::fflush(stderr);
+  std::abort();
+}
+
+inline void write_file(const std::string& path, const std::string& bytes) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) broken("cannot write scratch file", path);
+  if (!bytes.empty() && std::fwrite(bytes.data(), bytes.size(), 1, f) != 1)
+    broken("short write", path);
+  if (std::fclose(f) != 0) broken("cannot close scratch file", path);
+}
+
+// Reads the whole file into bytes; false when it cannot be opened.
+inline bool read_file(const std::string& path, std::string& bytes) {
+  bytes.clear();
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  char chunk[65536];
+  size_t n;
+  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, n);
+  std::fclose(f);
+  return true;
+}
+
+inline uint32_t le32(const std::string& bytes, size_t at) {
+  uint32_t v = 0;
+  for (int i = 3; i >= 0; --i)
+    v = v << 8 | static_cast<unsigned char>(bytes[at + static_cast<size_t>(i)]);
+  return v;
+}
+
+// Bytes of a finished data set that stands in the output's place before
+// every run: one numeric column X and two rows (1.0 and 2.0).
+inline std::string previous_data_set() {
+  std::string h(128, '\0');
+  auto put = [&h](size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i)
+      h[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i) & 0xFF);
+  };
+  put(0, 0xFFFFFFFF);
+  put(8, 0xFFFFFFFF);
+  put(16, 0xFFFFFFFF);
+  put(28, 0xABCDEF02);
+  put(32, 1);
+  put(40, 1);
+  put(44, 1008);
+  put(48, 8);
+  put(56, 1);
+  put(60, 2);
+  put(64, 1);
+  put(72, 168);
+  put(80, 2);
+  put(84, 1);
+  std::string name(32, '\0');
+  name[0] = 'X';
+  std::string types("\x01\0\0\0\0\0\0\0", 8);
+  const double rows[2] = {1.0, 2.0};
+  return h + name + types + std::string(reinterpret_cast<const char*>(rows), sizeof rows);
+}
+
+// A scratch directory private to this process, made on first use and
+// emptied of everything a run may leave there between runs.
+class Sandbox {
+ public:
+  // Never destroyed: the clean-up at exit still needs it.
+  static Sandbox& get() {
+    static Sandbox* box = new Sandbox;
+    return *box;
+  }
+
+  const std::string& dir() const { return dir_; }
+  std::string path(const char* name) const { return dir_ + "/" + name; }
+
+  // Runs kolv on the command file with the given bytes; returns the exit
+  // status and leaves standard output in `out`.
+  int run(const std::string& command_file, std::string& out, bool quiet = true) {
+    const Inside inside(*this);
+    prepare();
+    write_file(path("run.cmd"), command_file);
+    const std::string cmd = path("run.cmd");
+    const char* argv[] = {"kolv", cmd.c_str(), "-noc", nullptr};
+    char* out_data = nullptr;
+    size_t out_size = 0;
+    FILE* out_stream = open_memstream(&out_data, &out_size);
+    if (out_stream == nullptr) broken("open_memstream");
+    const int status = kolv::kolv_main(quiet ? 3 : 2, argv, kolv::Console{out_stream, null_});
+    std::fclose(out_stream);
+    out.assign(out_data ? out_data : "", out_size);
+    std::free(out_data);
+    if (show_) {
+      std::fprintf(stderr, "--- command file\n%s\n--- status %d, standard output\n%s---\n",
+                   command_file.c_str(), status, out.c_str());
+    }
+    check_descriptors();
+    if (status != 0 && status != 255)
+      broken("exit status is neither 0 nor 255", std::to_string(status));
+    check_leftovers(status);
+    return status;
+  }
+
+  // Empties the directory but for the files the target keeps, and puts the
+  // previous data set back in the output's place.
+  void prepare() {
+    DIR* d = opendir(dir_.c_str());
+    if (d == nullptr) broken("cannot list scratch directory", dir_);
+    std::vector<std::string> doomed;
+    while (dirent* e = readdir(d)) {
+      std::string name = e->d_name;
+      if (name == "." || name == ".." || name == "in.txt") continue;
+      doomed.push_back(name);
+    }
+    closedir(d);
+    for (const std::string& name : doomed) unlink(path(name.c_str()).c_str());
+    write_file(path("out.dat"), previous_);
+  }
+
+  const std::string& previous() const { return previous_; }
+
+  // The existing output must hold its bytes after a fatal end.
+  void expect_output_kept(const std::string& why) {
+    std::string now;
+    if (!read_file(path("out.dat"), now)) broken("existing output removed", why);
+    if (now != previous_) broken("existing output changed", why);
+  }
+
+ private:
+  Sandbox() {
+    std::string templ = scratch_root() + "/kolv_fuzz_XXXXXX";
+    if (mkdtemp(templ.data()) == nullptr) broken("mkdtemp", templ);
+    dir_ = templ;
+    char cwd[PATH_MAX];
+    if (getcwd(cwd, sizeof cwd) == nullptr) broken("getcwd");
+    home_ = cwd;
+    null_ = std::fopen("/dev/null", "w");
+    if (null_ == nullptr) broken("open /dev/null");
+    previous_ = previous_data_set();
+    show_ = std::getenv("KOLV_FUZZ_SHOW") != nullptr;
+    std::atexit([] { Sandbox::get().remove_all(); });
+  }
+
+  // Every run creates, truncates, renames and removes files: memory-backed
+  // /dev/shm makes that many times faster than a disk; $TMPDIR decides first.
+  static std::string scratch_root() {
+    if (const char* tmp = std::getenv("TMPDIR"); tmp != nullptr && *tmp != '\0') return tmp;
+    struct stat st;
+    if (stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) && access("/dev/shm", W_OK) == 0)
+      return "/dev/shm";
+    return "/tmp";
+  }
+
+  // No descriptor may stay open on a file of the scratch directory or on the
+  // directory above it (which a fuzzed INPUT .. names). Other descriptors
+  // belong to the fuzzing engine (its symbolizer pipes, for one).
+  void check_descriptors() {
+    DIR* d = opendir("/proc/self/fd");
+    if (d == nullptr) return;
+    const std::string parent = dir_.substr(0, dir_.rfind('/'));
+    std::string leaked;
+    while (dirent* e = readdir(d)) {
+      if (e->d_name[0] == '.') continue;
+      char target[4096];
+      const std::string link = std::string("/proc/self/fd/") + e->d_name;
+      const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+      if (n <= 0) continue;
+      target[n] = '\0';
+      const std::string to = target;
+      if (to == parent || to == dir_ || to.compare(0, dir_.size() + 1, dir_ + "/") == 0)
+        leaked = std::string(e->d_name) + " -> " + to;
+    }
+    closedir(d);
+    if (!leaked.empty()) broken("a file descriptor stayed open", leaked);
+  }
+
+  void check_leftovers(int status) {
+    DIR* d = opendir(dir_.c_str());
+    if (d == nullptr) broken("cannot list scratch directory", dir_);
+    std::string left;
+    while (dirent* e = readdir(d)) {
+      const std::string name = e->d_name;
+      if (is_temporary_name(name)) left = name;
+    }
+    closedir(d);
+    if (left.empty()) return;
+    // Known and reported: a completed run does not check the rename of its
+    // finished temporary output onto the output name, so a name that the
+    // file system refuses (a component longer than NAME_MAX) leaves the
+    // temporary output in place. Excused only when the same rename, tried
+    // here, fails for that reason.
+    if (status == 0) {
+      const std::string output = output_name();
+      if (std::rename(path(left.c_str()).c_str(), output.c_str()) != 0 && errno == ENAMETOOLONG) {
+        unlink(path(left.c_str()).c_str());
+        return;
+      }
+    }
+    broken("temporary output left behind", left);
+  }
+
+  // out_ and six letters or digits, as mkstemp makes them. An output is never
+  // such a name: it always ends in ".dat".
+  static bool is_temporary_name(const std::string& name) {
+    if (name.size() != 10 || name.compare(0, 4, "out_") != 0) return false;
+    for (size_t i = 4; i < 10; ++i)
+      if (!std::isalnum(static_cast<unsigned char>(name[i]))) return false;
+    return true;
+  }
+
+  // The output name that pass 1 settles for the command file just run: its
+  // OUTPUT statements read by the program's own statement reader and parser.
+  std::string output_name() {
+    auto run = std::make_unique<kolv::Run>();
+    run->io = kolv::Console{null_, null_};
+    run->files.fcf = std::fopen(path("run.cmd").c_str(), "r");
+    if (run->files.fcf == nullptr) broken("cannot reopen the command file");
+    try {
+      const char* st = run->rb.inbuff.get();
+      while (kolv::getstat(*run)) {
+        if (kolv::strnicmp(st, "INPUT", 5) != 0 && kolv::strnicmp(st, "OUTPUT", 6) == 0)
+          kolv::scanoutput(*run);
+      }
+    } catch (const kolv::FatalError&) {
+    }
+    std::fclose(run->files.fcf);
+    run->files.fcf = nullptr;
+    return run->set.outfile;
+  }
+
+  void remove_all() {
+    prepare();
+    unlink(path("out.dat").c_str());
+    unlink(path("in.txt").c_str());
+    rmdir(dir_.c_str());
+  }
+
+  // A run works inside the scratch directory, so that names without a
+  // directory stay inside it; between runs the process is back where it
+  // started (libFuzzer reads and writes corpus files by relative names).
+  class Inside {
+   public:
+    explicit Inside(const Sandbox& box) : box_(box) {
+      if (chdir(box_.dir_.c_str()) != 0) broken("chdir", box_.dir_);
+    }
+    ~Inside() {
+      if (chdir(box_.home_.c_str()) != 0) broken("chdir", box_.home_);
+    }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+   private:
+    const Sandbox& box_;
+  };
+
+  std::string dir_;
+  std::string home_;
+  std::string previous_;
+  FILE* null_ = nullptr;
+  bool show_ = false;  // KOLV_FUZZ_SHOW set: each run's command file and messages on stderr
+};
+
+// File names in fuzzed statements stay inside the scratch directory: the
+// bytes that could lead out of it ('/', '\\' which becomes '/', and '~' for
+// the home directory) are replaced.
+inline std::string confined(const uint8_t* data, size_t size) {
+  std::string text(reinterpret_cast<const char*>(data), size);
+  for (char& c : text)
+    if (c == '/' || c == '\\' || c == '~') c = '_';
+  return text;
+}
+
+// Whether a run could have been appending: APPEND in any case anywhere.
+inline bool mentions_append(const std::string& text) {
+  static const char kWord[] = "APPEND";
+  for (size_t i = 0; i + 6 <= text.size(); ++i) {
+    size_t k = 0;
+    while (k < 6 && (text[i + k] & ~0x20) == kWord[k]) ++k;
+    if (k == 6) return true;
+  }
+  return false;
+}
+
+// The fixed head of every generated command file: input and output inside
+// the scratch directory.
+inline std::string files_head(const Sandbox& box) {
+  return "INPUT " + box.path("in.txt") + ";\nOUTPUT " + box.path("out") + ";\n";
+}
+
+}  // namespace kolv_fuzz
