@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kolv {
@@ -87,6 +88,10 @@ struct Variables {
   int chartrunc = 0;
   int numeric_data = 1;
   char vname[kNameSize + 1] = {};
+  // Input names folded to upper case, to their first index: OUTVAR looks up
+  // every output name here instead of scanning the table. Rebuilt when stale.
+  std::unordered_map<std::string, int32_t> iname_index;
+  bool iname_index_valid = false;
   std::vector<FieldLayout> fmv;  // packed records only
   int record = 0;                // packed record length
 };
