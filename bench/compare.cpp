@@ -69,12 +69,12 @@ int main(int argc, char** argv) {
   const uint32_t columns = le32(&ds[84]);
   std::vector<long> map;
   if (argc == 5) {
-    std::string spec = argv[4];
+    std::string columns = argv[4];
     size_t at = 0;
-    while (at <= spec.size()) {
-      size_t comma = spec.find(',', at);
-      if (comma == std::string::npos) comma = spec.size();
-      const std::string item = spec.substr(at, comma - at);
+    while (at <= columns.size()) {
+      size_t comma = columns.find(',', at);
+      if (comma == std::string::npos) comma = columns.size();
+      const std::string item = columns.substr(at, comma - at);
       map.push_back(item == "-" ? -1 : std::strtol(item.c_str(), nullptr, 10));
       at = comma + 1;
     }
