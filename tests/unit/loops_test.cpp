@@ -72,6 +72,9 @@ struct Member {
   char delimiter;
 };
 
+// Names the case by the loop (the struct's padding bytes are never read).
+void PrintTo(const Member& m, std::ostream* os) { *os << m.name; }
+
 const Member kMembers[] = {
     {"SD_SL_SOME_2", kolv::loop_SD_SL_SOME, 2, ','},
     {"SD_SL_SOME_4", kolv::loop_SD_SL_SOME, 4, ','},
