@@ -22,7 +22,10 @@ class Golden : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(Golden, Case) {
   RunnerOptions options;
-  options.program = KOLV_E2E_PROGRAM;
+  // KOLV_E2E_PROGRAM in the environment runs the cases through another
+  // program, such as tests/e2e/memcheck.sh, which runs kolv under valgrind.
+  const char* other = std::getenv("KOLV_E2E_PROGRAM");
+  options.program = other != nullptr && *other != '\0' ? other : KOLV_E2E_PROGRAM;
   options.build_date = KOLV_BUILD_DATE;
   options.keep = env_flag("KOLV_E2E_KEEP");
   options.update = env_flag("KOLV_E2E_UPDATE");
