@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
 #include "engine/readbuf.hpp"

@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "engine/numparse.hpp"
+#include "base/numparse.hpp"
 
 namespace {
 

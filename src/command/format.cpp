@@ -9,7 +9,7 @@
 #include "command/invar.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 namespace kolv {
 

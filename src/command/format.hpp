@@ -1,7 +1,7 @@
 // INVAR RECORD: the description of packed ASCII records (fixed columns).
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

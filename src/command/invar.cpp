@@ -8,7 +8,7 @@
 #include "command/format.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 namespace kolv {
 

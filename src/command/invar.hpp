@@ -2,7 +2,7 @@
 // DELIMIT clause that chooses the hard-delimited layouts.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "command/statement.hpp"
-#include "driver/fatal.hpp"
-#include "driver/state.hpp"
+#include "base/fatal.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -8,7 +8,8 @@
 #include "command/invar.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
+#include "format/dataset.hpp"
 
 namespace kolv {
 
@@ -23,18 +24,6 @@ struct OutputFile {
 };
 
 }  // namespace
-
-int write_variable_block(FILE* out, const char* names, const uint8_t* types, int count) {
-  size_t n = static_cast<size_t>(count);
-  if (std::fseek(out, 128, SEEK_SET) != 0) return 1;
-  if (n > 0 && std::fwrite(names, n * kNameSize, 1, out) != 1) return 1;
-  if (n > 0 && std::fwrite(types, n, 1, out) != 1) return 2;
-  if (n % 8 != 0) {
-    static constexpr char kZeros[8] = {};
-    if (std::fwrite(kZeros, 8 - n % 8, 1, out) != 1) return 3;
-  }
-  return 0;
-}
 
 void makeovar(Run& run, long capacity) {
   Variables& v = run.vars;
@@ -94,13 +83,13 @@ int scanoutvar(Run& run) {
   run.rb.sptr = p;
 
   switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
-    case 1:
+    case VarBlockWrite::kNamesFailed:
       getout("KOLV - Can't write variable names to header (2)\n");
-    case 2:
+    case VarBlockWrite::kTypesFailed:
       getout("KOLV - Can't write variable types to header (2)\n");
-    case 3:
+    case VarBlockWrite::kPadFailed:
       getout("KOLV - Can't write variable types to header (2a)\n");
-    default:
+    case VarBlockWrite::kDone:
       break;
   }
   if (std::fclose(file.f) != 0) {

@@ -1,7 +1,7 @@
 // OUTVAR: which input variables go to the data set, in which order.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 
@@ -13,9 +13,5 @@ int scanoutvar(Run& run);
 // Resolves vname and appends it to the output tables, growing them to
 // capacity entries when full.
 void makeovar(Run& run, long capacity);
-
-// Writes the variable block (names, types, pad to a multiple of 8) at byte 128
-// of out. Returns 0, or 1/2/3 for the failed part: names, types, pad.
-int write_variable_block(FILE* out, const char* names, const uint8_t* types, int count);
 
 }  // namespace kolv

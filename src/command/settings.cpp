@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "command/statement.hpp"
-#include "driver/paths.hpp"
+#include "base/paths.hpp"
 
 namespace kolv {
 

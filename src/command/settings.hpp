@@ -2,7 +2,7 @@
 // fixed argument offset in the statement text held in the read buffer.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 namespace kolv {
 

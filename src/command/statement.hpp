@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -9,8 +9,8 @@
 #include "command/outvar.hpp"
 #include "command/settings.hpp"
 #include "command/statement.hpp"
-#include "driver/fatal.hpp"
-#include "driver/paths.hpp"
+#include "base/fatal.hpp"
+#include "base/paths.hpp"
 #include "driver/setup.hpp"
 
 namespace kolv {

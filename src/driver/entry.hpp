@@ -2,7 +2,7 @@
 // exit status, printing only to the given console.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -8,10 +8,9 @@
 #include <cstring>
 #include <new>
 
-#include "command/outvar.hpp"
-#include "driver/dataset.hpp"
-#include "driver/fatal.hpp"
-#include "driver/paths.hpp"
+#include "format/dataset.hpp"
+#include "base/fatal.hpp"
+#include "base/paths.hpp"
 #include "engine/loops.hpp"
 #include "engine/readbuf.hpp"
 
@@ -64,11 +63,18 @@ void write_all_variables_block(Run& run) {
   v.varout = v.varin;
   FILE* f = std::fopen(run.files.outtmp, "r+b");
   if (f == nullptr) getout("KOLV - Can't open temporary file 760\n");
-  int failed = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
-  if (std::fclose(f) != 0 && failed == 0) failed = 1;
-  if (failed == 1) getout("KOLV - Can't write variable names to header (1)\n");
-  if (failed == 2) getout("KOLV - Can't write variable types to header (1)\n");
-  if (failed == 3) getout("KOLV - Can't write variable types to header (1a)\n");
+  VarBlockWrite written = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
+  if (std::fclose(f) != 0 && written == VarBlockWrite::kDone) written = VarBlockWrite::kNamesFailed;
+  switch (written) {
+    case VarBlockWrite::kNamesFailed:
+      getout("KOLV - Can't write variable names to header (1)\n");
+    case VarBlockWrite::kTypesFailed:
+      getout("KOLV - Can't write variable types to header (1)\n");
+    case VarBlockWrite::kPadFailed:
+      getout("KOLV - Can't write variable types to header (1a)\n");
+    case VarBlockWrite::kDone:
+      break;
+  }
 }
 
 void settle_element_type(Run& run) {

@@ -2,7 +2,7 @@
 // completion after pass 3.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 #include <cstdio>
 

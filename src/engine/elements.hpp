@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "format/dataset.hpp"
+
 namespace kolv {
 
-inline constexpr uint16_t kMissing16 = 0x8000;
-inline constexpr uint32_t kMissing32 = 0x7FFFFFF8;
 
 // A slot is missing when its top 16 bits, sign cleared, exceed 0x7FF0: all
 // exponent bits set and a non-zero top nibble of the fraction. Infinities and

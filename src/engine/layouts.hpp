@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"

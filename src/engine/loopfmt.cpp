@@ -17,7 +17,7 @@
 #include <new>
 #include <vector>
 
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"

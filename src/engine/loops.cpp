@@ -1,6 +1,6 @@
 #include "engine/loops.hpp"
 
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/row_engine.hpp"
 

@@ -5,7 +5,7 @@
 // variable is output. The named loops below are its entry points.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

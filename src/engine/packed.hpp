@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

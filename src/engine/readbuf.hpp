@@ -2,7 +2,7 @@
 // refilled in place by moving the unconsumed tail to the front.
 #pragma once
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

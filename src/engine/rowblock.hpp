@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -8,8 +8,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "driver/state.hpp"
-#include "engine/numparse.hpp"
+#include "base/state.hpp"
+#include "base/numparse.hpp"
+#include "format/dataset.hpp"
 #include "engine/readbuf.hpp"
 
 namespace kolv {

@@ -3,7 +3,7 @@
 #include <cctype>
 #include <cstdio>
 
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 namespace kolv {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -1,4 +1,4 @@
-#include "driver/dataset.hpp"
+#include "format/dataset.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace {
 

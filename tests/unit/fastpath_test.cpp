@@ -31,9 +31,9 @@
 #include <string>
 #include <vector>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 #include "engine/elements.hpp"
-#include "engine/numparse.hpp"
+#include "base/numparse.hpp"
 #include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "command/invar.hpp"
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "command/format.hpp"
-#include "driver/state.hpp"
+#include "base/state.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"
 

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/numparse.hpp"
+#include "base/numparse.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // parse_double on the edge forms of a numeric field. Each case states the value
 // and the number of bytes a C-locale strtod gives for the text, and checks that
 // parse_double and strtod itself both give exactly that.
-#include "engine/numparse.hpp"
+#include "base/numparse.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

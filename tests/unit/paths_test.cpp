@@ -1,4 +1,4 @@
-#include "driver/paths.hpp"
+#include "base/paths.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KOLV_TEST_ASAN 1

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 TEST(State, BufferHasSlackBeyondReadSize) {
   kolv::Run run;

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 #include "engine/readbuf.hpp"
 
 namespace kolv_test {

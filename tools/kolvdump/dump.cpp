@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "driver/dataset.hpp"
+#include "format/dataset.hpp"
 
 namespace kolvdump {
 

@@ -1,8 +1,8 @@
-#include "driver/dataset.hpp"
+#include "format/dataset.hpp"
 
 #include <cstring>
 
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 namespace kolv {
 
@@ -98,6 +98,18 @@ int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
 
 uint32_t header_rows(const uint8_t uhout[kHeaderSize]) {
   return load_le32(uhout + kRowsAt);
+}
+
+VarBlockWrite write_variable_block(FILE* out, const char* names, const uint8_t* types, int count) {
+  size_t n = static_cast<size_t>(count);
+  if (std::fseek(out, kHeaderSize, SEEK_SET) != 0) return VarBlockWrite::kNamesFailed;
+  if (n > 0 && std::fwrite(names, n * kNameBytes, 1, out) != 1) return VarBlockWrite::kNamesFailed;
+  if (n > 0 && std::fwrite(types, n, 1, out) != 1) return VarBlockWrite::kTypesFailed;
+  if (n % 8 != 0) {
+    static constexpr char kZeros[8] = {};
+    if (std::fwrite(kZeros, 8 - n % 8, 1, out) != 1) return VarBlockWrite::kPadFailed;
+  }
+  return VarBlockWrite::kDone;
 }
 
 }  // namespace kolv

@@ -1,10 +1,10 @@
-#include "driver/fatal.hpp"
+#include "base/fatal.hpp"
 
 #include <cstdarg>
 #include <cstdio>
 #include <string>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 

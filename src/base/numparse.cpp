@@ -1,7 +1,7 @@
 // The out-of-line parts of parse_double: from_chars for decimals the fast
 // path cannot convert exactly, strtod for everything else, and the whole
 // padded conversion behind parse_double_padded's straight line.
-#include "engine/numparse.hpp"
+#include "base/numparse.hpp"
 
 #include <charconv>
 #include <cstdlib>

@@ -33,6 +33,15 @@ inline constexpr uint32_t kTypeInt16 = 12;
 inline constexpr uint32_t kTypeFloat = 1004;
 inline constexpr uint32_t kTypeDouble = 1008;
 
+// Missing values as stored: the 8-byte slot (a NaN whose bits are
+// 0x7FFFFFFF00000000), the 4-byte float pattern and the 2-byte integer.
+inline constexpr uint64_t kMissvalBits = 0x7FFFFFFF00000000ULL;
+inline constexpr uint32_t kMissing32 = 0x7FFFFFF8;
+inline constexpr uint16_t kMissing16 = 0x8000;
+
+// Bytes of one variable name in the variable block.
+inline constexpr int kNameBytes = 32;
+
 // Little-endian 32-bit word access in a byte image.
 inline void store_le32(uint8_t* at, uint32_t value) {
   at[0] = static_cast<uint8_t>(value);
@@ -61,5 +70,12 @@ int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]);
 
 // The row count stored at 80.
 uint32_t header_rows(const uint8_t uhout[kHeaderSize]);
+
+// How writing the variable block ended: the part that failed, if any.
+enum class VarBlockWrite { kDone, kNamesFailed, kTypesFailed, kPadFailed };
+
+// Writes the variable block (32-byte names, one type byte each, zero pad to a
+// multiple of 8) at byte 128 of out.
+VarBlockWrite write_variable_block(FILE* out, const char* names, const uint8_t* types, int count);
 
 }  // namespace kolv

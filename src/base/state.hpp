@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/console.hpp"
+
 namespace kolv {
 
 inline constexpr int kReadSize = 131072;    // bytes read into the buffer at a time
@@ -18,19 +20,10 @@ inline constexpr int kPathSize = 1024;      // every path buffer
 inline constexpr int kNameSize = 32;        // one variable-name field
 inline constexpr int kBlockBytes = 131072;  // largest single write of rows
 
-// The missing-value slot: a NaN whose bits are 0x7FFFFFFF00000000.
-inline constexpr uint64_t kMissvalBits = 0x7FFFFFFF00000000ULL;
-
 // Thrown by getout: the one fatal exit. The message is printed by whoever
 // catches it, after files are closed and the temporary output is removed.
 struct FatalError {
   std::string message;
-};
-
-// The run's two message streams (standard output and standard error by default).
-struct Console {
-  FILE* out = stdout;
-  FILE* err = stderr;
 };
 
 // Settings applied by pass 1 and the command line.

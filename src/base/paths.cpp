@@ -1,4 +1,4 @@
-#include "driver/paths.hpp"
+#include "base/paths.hpp"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "driver/state.hpp"
+#include "base/state.hpp"
 
 namespace kolv {
 
