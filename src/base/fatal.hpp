@@ -8,4 +8,8 @@ namespace kolv {
 // appending, prints the message and ends with status -1.
 [[noreturn]] void getout(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// Ends the run as getout does but prints nothing: the reason was printed
+// already (statement errors, a bad-data report).
+[[noreturn]] void end_quietly();
+
 }  // namespace kolv

@@ -98,7 +98,6 @@ struct ReadBuffer {
   FILE* infp = nullptr;
   const char* cperr = nullptr;  // start of the field being converted
   uint64_t fills = 0;           // refills so far: tells whether a pointer still holds
-  char* sptr = nullptr;         // statement parsing cursor
 };
 
 // Open files of the run and the temporary output's name.

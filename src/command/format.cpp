@@ -6,14 +6,17 @@
 #include <cstring>
 #include <new>
 
-#include "command/invar.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
+#include "command/vartable.hpp"
 #include "base/fatal.hpp"
+#include "base/text.hpp"
 
 namespace kolv {
 
 namespace {
+
+constexpr char kOutOfMemory4[] = "KOLV - Out of memory 4\n";
 
 // Longest record a description may declare (one full read of the buffer).
 constexpr long kMaxRecord = 131072;
@@ -22,22 +25,7 @@ constexpr long kMaxRecord = 131072;
 // record, yet start plus width still fits comfortably in 64 bits.
 constexpr long kNumberCap = INT32_MAX;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-char* skip_blanks(char* p) {
-  while (*p == ' ' || *p == '\n') ++p;
-  return p;
-}
-
-long read_number(char*& p) {
-  long value = 0;
-  while (is_digit(*p)) {
-    value = value * 10 + (*p - '0');
-    if (value > kNumberCap) value = kNumberCap;
-    ++p;
-  }
-  return value;
-}
+long read_number(const char*& p) { return kolv::read_number(p, kNumberCap); }
 
 // Printed and counted as a failed description: the run then stops for want
 // of input variables.
@@ -55,12 +43,12 @@ struct Cursor {
 
 // Reads "( pos , width [.dec] )" with p just after the "("; returns nullptr
 // and leaves p after the ")", or returns where the syntax error lies.
-char* read_group(Run& run, char*& p, Cursor& cur) {
+const char* read_group(Run& run, const char*& p, Cursor& cur) {
   p = skip_blanks(p);
   if (*p == '*') {
     ++p;
   } else if (is_digit(*p)) {
-    char* number = p;
+    const char* number = p;
     long column = read_number(p);
     // Columns count from 1; a column 0 would start before the record.
     if (column == 0) return number;
@@ -87,7 +75,7 @@ char* read_group(Run& run, char*& p, Cursor& cur) {
     if (*p == '*') {
       ++p;
     } else if (is_digit(*p)) {
-      char* number = p;
+      const char* number = p;
       long decimals = read_number(p);
       // A layout entry holds the decimals in one byte.
       if (decimals > 255) return number;
@@ -106,14 +94,14 @@ char* read_group(Run& run, char*& p, Cursor& cur) {
 
 // Starts the variable tables and the layout table afresh, room for 1000.
 void reset_tables(Run& run) {
-  reset_input_tables(run, "KOLV - Out of memory 4\n");
+  reset_input_tables(run, kOutOfMemory4);
   std::vector<FieldLayout>& fmv = run.vars.fmv;
   fmv.clear();
   fmv.shrink_to_fit();
   try {
     fmv.resize(static_cast<size_t>(run.vars.varlimit));
   } catch (const std::bad_alloc&) {
-    getout("KOLV - Out of memory 4\n");
+    getout(kOutOfMemory4);
   }
 }
 
@@ -147,15 +135,13 @@ void add_field(Run& run, Cursor& cur) {
 
 }  // namespace
 
-int scanformat(Run& run) {
+int scanformat(Run& run, const char* p) {
   Variables& v = run.vars;
-  char* p = run.rb.sptr;
   v.numeric_data = 1;
   run.lay.varformat = 2;
   long record = read_number(p);
   if (record == 0 || record > kMaxRecord) {
     std::fprintf(run.io.out, "KOLV - Record length must be 1-%d bytes\n", static_cast<int>(kMaxRecord));
-    run.rb.sptr = p;
     return 0;
   }
   v.record = static_cast<int>(record);
@@ -166,7 +152,6 @@ int scanformat(Run& run) {
   Cursor cur;
   for (;;) {
     p = skip_separators(p);
-    run.rb.sptr = p;
     if (*p == '\0') break;
     if (*p == '#' || *p == '$') {
       v.numeric_data = *p == '#';
@@ -175,7 +160,7 @@ int scanformat(Run& run) {
     }
     if (*p == '(') {
       ++p;
-      if (char* at = read_group(run, p, cur)) return syntax_error(run, at);
+      if (const char* at = read_group(run, p, cur)) return syntax_error(run, at);
       continue;
     }
     // A name starts with a letter or "_"; anything else (a digit, a stray
@@ -187,7 +172,7 @@ int scanformat(Run& run) {
     fold_name(run, v.numeric_data != 0);
     if (*p == '[') {
       NameRange range;
-      if (char* at = parse_range(p, range, run.set.vpad)) return syntax_error(run, at);
+      if (const char* at = parse_range(p, range, run.set.vpad)) return syntax_error(run, at);
       long count = range.last - range.first + 1;
       if (count > kMaxRangeCount || !grow_tables(run, v.varin + count))
         getout("KOLV - Too many variables (1)\n");

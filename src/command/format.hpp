@@ -5,8 +5,9 @@
 
 namespace kolv {
 
-// Parses a packed record description with run.rb.sptr on the record length's
-// first digit; returns the number of variables, 0 after a reported error.
-int scanformat(Run& run);
+// Parses a packed record description with p on the record length's first
+// digit (the rest of an INVAR RECORD statement); returns the number of
+// variables, 0 after a reported error.
+int scanformat(Run& run, const char* p);
 
 }  // namespace kolv

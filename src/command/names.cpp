@@ -11,15 +11,9 @@ namespace kolv {
 
 namespace {
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-char* skip_blanks(char* p) {
-  while (*p == ' ' || *p == '\n') ++p;
-  return p;
-}
-
-// Reads decimal digits, saturating far above any count a range may have.
-long read_number(char*& p, int& digits) {
+// Reads decimal digits, keeping the first ten: far above any count a range
+// may have.
+long read_range_number(const char*& p, int& digits) {
   long value = 0;
   digits = 0;
   while (is_digit(*p)) {
@@ -32,15 +26,15 @@ long read_number(char*& p, int& digits) {
 
 }  // namespace
 
-char* parse_range(char*& p, NameRange& range, int vpad) {
+const char* parse_range(const char*& p, NameRange& range, int vpad) {
   ++p;  // the "["
   p = skip_blanks(p);
   if (!is_digit(*p)) return p;
-  char* number = p;
+  const char* number = p;
   int digits = 0;
   range.width = 0;
   bool padded = *p == '0';
-  range.first = read_number(p, digits);
+  range.first = read_range_number(p, digits);
   if (padded) range.width = digits;
   p = skip_blanks(p);
   if (*p == ']') {
@@ -52,7 +46,7 @@ char* parse_range(char*& p, NameRange& range, int vpad) {
     p = skip_blanks(p + 1);
     if (!is_digit(*p)) return p;
     int last_digits = 0;
-    range.last = read_number(p, last_digits);
+    range.last = read_range_number(p, last_digits);
     p = skip_blanks(p);
     if (*p != ']') return p;
     ++p;
@@ -69,7 +63,7 @@ char* parse_range(char*& p, NameRange& range, int vpad) {
   return nullptr;
 }
 
-int read_name(Run& run, char*& p) {
+int read_name(Run& run, const char*& p) {
   char* vname = run.vars.vname;
   std::memset(vname, 0, sizeof run.vars.vname);
   int n = 0;

@@ -7,11 +7,14 @@
 #include "command/statement.hpp"
 #include "base/fatal.hpp"
 #include "base/state.hpp"
+#include "base/text.hpp"
 
 namespace kolv {
 
 // The report of a malformed name list, quoting the text from the fault on.
 inline constexpr char kSyntaxError[] = "KOLV - Syntax error at: %s\n";
+
+inline constexpr char kTooManyInputVariables[] = "KOLV - Too many input variables\n";
 
 // Most names one range may generate; a larger range is refused as too many.
 inline constexpr long kMaxRangeCount = 1L << 22;
@@ -25,11 +28,11 @@ struct NameRange {
 // Parses a range with the cursor p on its "["; on success leaves p after the
 // "]" and returns nullptr, otherwise returns where the syntax error is
 // reported from.
-char* parse_range(char*& p, NameRange& range, int vpad);
+const char* parse_range(const char*& p, NameRange& range, int vpad);
 
 // Reads a name of at most 32 letters, digits and "_" at p into run.vars.vname
 // (cleared first); returns its length. A 33rd name character is left at p.
-int read_name(Run& run, char*& p);
+int read_name(Run& run, const char*& p);
 
 // Folds vname by type unless names keep their case: numeric names upper case,
 // character names lower case.
@@ -46,7 +49,7 @@ void range_name(const char* stem, int width, long i, char* out);
 // count is 0 for a single name, else the size of the range it belongs to. A
 // range larger than any table may hold ends the run with too_many.
 template <class Add>
-void scan_name_list(Run& run, char*& p, bool type_switches, const char* too_many, Add add) {
+void scan_name_list(Run& run, const char*& p, bool type_switches, const char* too_many, Add add) {
   Variables& v = run.vars;
   for (;;) {
     p = skip_separators(p);
@@ -65,7 +68,7 @@ void scan_name_list(Run& run, char*& p, bool type_switches, const char* too_many
       continue;
     }
     NameRange range;
-    if (char* at = parse_range(p, range, run.set.vpad)) getout(kSyntaxError, at);
+    if (const char* at = parse_range(p, range, run.set.vpad)) getout(kSyntaxError, at);
     long count = range.last - range.first + 1;
     if (count > kMaxRangeCount) getout("%s", too_many);
     char stem[kNameSize + 1];

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <new>
 
-#include "command/invar.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
+#include "command/vartable.hpp"
 #include "base/fatal.hpp"
 #include "format/dataset.hpp"
 
@@ -15,6 +15,8 @@ namespace kolv {
 
 namespace {
 
+constexpr char kOutOfMemory770[] = "KOLV - Out of memory 770\n";
+constexpr char kCantWriteNames2[] = "KOLV - Can't write variable names to header (2)\n";
 
 struct OutputFile {
   FILE* f = nullptr;
@@ -36,7 +38,7 @@ void makeovar(Run& run, long capacity) {
       v.onames.resize(c * kNameSize, '\0');
       v.otypes.resize((c + 7) & ~size_t{7}, 0);
     } catch (const std::bad_alloc&) {
-      getout("KOLV - Out of memory 770\n");
+      getout(kOutOfMemory770);
     }
   }
   int index = getvardex(run, v.vname);
@@ -53,11 +55,10 @@ void makeovar(Run& run, long capacity) {
   ++v.varout;
 }
 
-int scanoutvar(Run& run) {
+int scanoutvar(Run& run, Statement st) {
   Variables& v = run.vars;
-  char* statement = run.rb.inbuff.get();
   if (run.lay.varformat == 2) {
-    std::fprintf(run.io.out, "IGNORING: %s\n", statement);
+    std::fprintf(run.io.out, "IGNORING: %s\n", st.data());
     return 0;
   }
   v.chardata = 0;
@@ -77,14 +78,13 @@ int scanoutvar(Run& run) {
   file.f = std::fopen(run.files.outtmp, "r+b");
   if (file.f == nullptr) getout("KOLV - Can't open temporary file 6\n");
 
-  char* p = argument_at(statement, 7);
-  scan_name_list(run, p, false, "KOLV - Out of memory 770\n",
+  const char* p = argument_at(st, 7);
+  scan_name_list(run, p, false, kOutOfMemory770,
                  [&](long count) { makeovar(run, v.varout + (count ? count : 64)); });
-  run.rb.sptr = p;
 
   switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
     case VarBlockWrite::kNamesFailed:
-      getout("KOLV - Can't write variable names to header (2)\n");
+      getout(kCantWriteNames2);
     case VarBlockWrite::kTypesFailed:
       getout("KOLV - Can't write variable types to header (2)\n");
     case VarBlockWrite::kPadFailed:
@@ -94,7 +94,7 @@ int scanoutvar(Run& run) {
   }
   if (std::fclose(file.f) != 0) {
     file.f = nullptr;
-    getout("KOLV - Can't write variable names to header (2)\n");
+    getout(kCantWriteNames2);
   }
   file.f = nullptr;
   return v.varout;

@@ -2,13 +2,14 @@
 #pragma once
 
 #include "base/state.hpp"
+#include "command/statement.hpp"
 
 namespace kolv {
 
-// Parses the OUTVAR statement in the read buffer, resolves every name and
-// writes the variable block into the temporary output; returns the number of
-// output variables (0 when the statement is ignored or names none).
-int scanoutvar(Run& run);
+// Parses an OUTVAR statement, resolves every name and writes the variable
+// block into the temporary output; returns the number of output variables (0
+// when the statement is ignored or names none).
+int scanoutvar(Run& run, Statement st);
 
 // Resolves vname and appends it to the output tables, growing them to
 // capacity entries when full.

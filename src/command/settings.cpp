@@ -15,30 +15,29 @@ constexpr int kNameLimit = 1020;
 
 // Copies the rest of the statement (inner blanks and line feeds included) into
 // name, at most 1020 characters; returns the count copied.
-int copy_name(Run& run, size_t offset, char* name) {
-  char* p = skip_separators(argument_at(run.rb.inbuff.get(), offset));
+int copy_name(Statement st, size_t offset, char* name) {
+  const char* p = skip_separators(argument_at(st, offset));
   int n = 0;
   while (n < kNameLimit && p[n] != '\0') {
     name[n] = p[n];
     ++n;
   }
   name[n] = '\0';
-  run.rb.sptr = p + n;
   return n;
 }
 
 }  // namespace
 
-int scaninput(Run& run) {
+int scaninput(Run& run, Statement st) {
   char* name = run.set.infile;
-  if (copy_name(run, 6, name) == 0) return 0;
+  if (copy_name(st, 6, name) == 0) return 0;
   pathparse(name);
   return static_cast<int>(std::strlen(name));
 }
 
-int scanoutput(Run& run) {
+int scanoutput(Run& run, Statement st) {
   char name[kPathSize + 8];
-  if (copy_name(run, 7, name) == 0) {
+  if (copy_name(st, 7, name) == 0) {
     run.set.outfile[0] = '\0';
     return 0;
   }
@@ -51,9 +50,8 @@ int scanoutput(Run& run) {
   return static_cast<int>(std::strlen(run.set.outfile));
 }
 
-int scanouttyp(Run& run) {
-  char* p = skip_separators(argument_at(run.rb.inbuff.get(), 7));
-  run.rb.sptr = p;
+int scanouttyp(Run& run, Statement st) {
+  const char* p = skip_separators(argument_at(st, 7));
   switch (std::toupper(static_cast<unsigned char>(*p))) {
     case 'I':
     case '2':
@@ -76,9 +74,8 @@ int scanouttyp(Run& run) {
   return run.set.otyp = 8;
 }
 
-int scanms(Run& run) {
-  char* p = skip_separators(argument_at(run.rb.inbuff.get(), 5));
-  run.rb.sptr = p;
+int scanms(Run& run, Statement st) {
+  const char* p = skip_separators(argument_at(st, 5));
   if (*p == '\0') {
     std::fputs("KOLV - Missing value symbol not found\n", run.io.out);
     run.set.msym_found = 0;

@@ -8,6 +8,12 @@
 
 namespace kolv {
 
+namespace {
+
+constexpr char kStatementTooLong[] = "KOLV - Statement too long\n";
+
+}  // namespace
+
 int getstat(Run& run) {
   FILE* fcf = run.files.fcf;
   char* const start = run.rb.inbuff.get();
@@ -38,7 +44,7 @@ int getstat(Run& run) {
       long blanks = column == 0 ? 8 : column;
       if (hard_end - w < blanks) {
         *w = '\0';
-        getout("KOLV - Statement too long\n");
+        getout(kStatementTooLong);
       }
       std::memset(w, ' ', static_cast<size_t>(blanks));
       w += blanks;
@@ -50,7 +56,7 @@ int getstat(Run& run) {
     }
     if (w - start >= kStatementLimit) {
       *w = '\0';
-      getout("KOLV - Statement too long\n");
+      getout(kStatementTooLong);
     }
     *w++ = static_cast<char>(c);
     if (c == '\n') line = w;
@@ -67,11 +73,9 @@ int strnicmp(const char* s1, const char* s2, size_t n) {
   return 0;
 }
 
-bool is_name_char(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-}
+Statement current_statement(const Run& run) { return Statement(run.rb.inbuff.get()); }
 
-int getword(char*& sptr, char* buf, int size) {
+int getword(const char*& sptr, char* buf, int size) {
   while (*sptr == '\n' || *sptr == ' ' || *sptr == ',') ++sptr;
   std::memset(buf, 0, static_cast<size_t>(size));
   int n = 0;
@@ -86,9 +90,13 @@ int spaces(const char* s) {
   return 1;
 }
 
-char* argument_at(char* statement, size_t offset) {
-  size_t length = std::strlen(statement);
-  return statement + (length < offset ? length : offset);
+const char* argument_at(Statement st, size_t offset) {
+  return st.data() + (st.size() < offset ? st.size() : offset);
+}
+
+bool starts_with_word(const char* p, const char* word) {
+  size_t n = std::strlen(word);
+  return strnicmp(p, word, n) == 0 && !is_name_char(p[n]);
 }
 
 }  // namespace kolv

@@ -5,12 +5,9 @@
 #include <new>
 
 #include "build_info.hpp"
-#include "command/invar.hpp"
-#include "command/outvar.hpp"
-#include "command/settings.hpp"
-#include "command/statement.hpp"
 #include "base/fatal.hpp"
 #include "base/paths.hpp"
+#include "command/passes.hpp"
 #include "driver/setup.hpp"
 
 namespace kolv {
@@ -47,105 +44,6 @@ void help(FILE* out) {
 }
 
 namespace {
-
-bool keyword(const char* statement, const char* word) {
-  return strnicmp(statement, word, std::strlen(word)) == 0;
-}
-
-void rewind_command_file(Run& run) { std::rewind(run.files.fcf); }
-
-// Pass 1: every setting statement, every illegal command reported.
-void pass1(Run& run) {
-  Settings& s = run.set;
-  const char* st = run.rb.inbuff.get();
-  while (getstat(run)) {
-    if (keyword(st, "INPUT")) {
-      s.inpz = scaninput(run);
-    } else if (keyword(st, "OUTPUT")) {
-      s.outpz = scanoutput(run);
-    } else if (keyword(st, "OUTTYP")) {
-      scanouttyp(run);
-    } else if (keyword(st, "COMPLEX")) {
-      s.cplx = 2;
-    } else if (keyword(st, "MSYM")) {
-      scanms(run);
-    } else if (keyword(st, "APPEND")) {
-      s.appending = 1;
-    } else if (keyword(st, "CHECK")) {
-      s.noauto = 0;
-    } else if (keyword(st, "DATA")) {
-      s.reshape = 0;
-    } else if (keyword(st, "VPAD")) {
-      s.vpad = 1;
-    } else if (keyword(st, "PRESERVECASE")) {
-      s.keepcase = 1;
-    } else if (keyword(st, "NOAPPEND")) {
-      s.appending = 0;
-    } else if (keyword(st, "NOCHECK")) {
-      s.noauto = 1;
-    } else if (keyword(st, "NODATA")) {
-      s.reshape = 1;
-    } else if (keyword(st, "NOVPAD")) {
-      s.vpad = 0;
-    } else if (keyword(st, "NOPRESERVECASE")) {
-      s.keepcase = 0;
-    } else if (keyword(st, "INVAR") || keyword(st, "OUTVAR")) {
-      // handled by passes 2 and 3
-    } else {
-      std::fprintf(run.io.out, "KOLV - Illegal command: %s\n", st);
-      ++s.err;
-    }
-  }
-}
-
-void check_after_pass1(Run& run) {
-  Settings& s = run.set;
-  FILE* out = run.io.out;
-  if (s.inpz == 0 && s.reshape == 0) {
-    std::fputs("KOLV - No input file\n", out);
-    ++s.err;
-    if (s.outpz == 0) {
-      std::fputs("KOLV - No output file\n", out);
-      ++s.err;
-    }
-  } else if (s.outpz == 0) {
-    std::fputs("KOLV - No output file\n", out);
-    ++s.err;
-  }
-  if (s.reshape == 1) {
-    std::fputs("KOLV - NODATA command not supported.\n", out);
-    getout("%s", "");
-  }
-  if (s.err > 0) getout("%s", "");
-  if (s.msym_found == 0) getout("%s", "");
-}
-
-// Pass 2: the input variables.
-void pass2(Run& run) {
-  rewind_command_file(run);
-  const char* st = run.rb.inbuff.get();
-  while (getstat(run)) {
-    if (keyword(st, "INVAR")) {
-      run.vars.varin = scaninvar(run);
-    } else if (keyword(st, "V96")) {
-      run.set.file_version = 96;
-    }
-  }
-  if (run.vars.varin == 0) getout("KOLV - No input variables\n");
-  if (run.set.scd == 0) getout("%s", "");
-}
-
-// Pass 3: the output variables.
-void pass3(Run& run) {
-  rewind_command_file(run);
-  const char* st = run.rb.inbuff.get();
-  while (getstat(run)) {
-    if (keyword(st, "OUTVAR")) run.vars.varout = scanoutvar(run);
-  }
-  if (run.vars.undefvar != 0) getout("%s", "");
-  std::fclose(run.files.fcf);
-  run.files.fcf = nullptr;
-}
 
 void close_file(FILE*& f) {
   if (f != nullptr) std::fclose(f);
@@ -186,7 +84,6 @@ int run_kolv(Run& run, int argc, const char* const* argv) {
   if (run.files.fcf == nullptr) getout("KOLV - Command file <%s> not found\n", s.cfile);
 
   pass1(run);
-  check_after_pass1(run);
   prepare_output(run);
   pass2(run);
   pass3(run);

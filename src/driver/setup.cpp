@@ -18,6 +18,17 @@ namespace kolv {
 
 namespace {
 
+constexpr char kCantOpenTemporaryOutput[] = "KOLV - Can't open temporary output file\n";
+constexpr char kCantCreateTemporaryOutput[] = "KOLV - Can't create temporary output file\n";
+constexpr char kCantWriteTypes1a[] = "KOLV - Can't write variable types to header (1a)\n";
+
+// Printed when character data meet 2- or 4-byte elements under NOCHECK, and
+// after the loop when such data were found.
+void say_character_data_lost(FILE* out) {
+  std::fputs("KOLV - OUTput TYPe D required for character data\n", out);
+  std::fputs("       Character data in output file will be lost\n", out);
+}
+
 void close_file(FILE*& f) {
   if (f != nullptr) std::fclose(f);
   f = nullptr;
@@ -47,7 +58,7 @@ void make_temporary_name(Run& run) {
     directory[length] = '\0';
   }
   char* name = veldatempnam(directory, "out_");
-  if (name == nullptr) getout("KOLV - Can't create temporary output file\n");
+  if (name == nullptr) getout(kCantCreateTemporaryOutput);
   g_strlcpy(run.files.outtmp, name, kPathSize);
   std::free(name);
   // The reserved name is private to its creator; the data set it becomes
@@ -71,7 +82,7 @@ void write_all_variables_block(Run& run) {
     case VarBlockWrite::kTypesFailed:
       getout("KOLV - Can't write variable types to header (1)\n");
     case VarBlockWrite::kPadFailed:
-      getout("KOLV - Can't write variable types to header (1a)\n");
+      getout(kCantWriteTypes1a);
     case VarBlockWrite::kDone:
       break;
   }
@@ -84,8 +95,7 @@ void settle_element_type(Run& run) {
     s.otyp = 8;
   } else if (run.vars.chardata && s.otyp < 8) {
     if (s.noauto) {
-      std::fputs("KOLV - OUTput TYPe D required for character data\n", out);
-      std::fputs("       Character data in output file will be lost\n", out);
+      say_character_data_lost(out);
     } else {
       std::fputs("KOLV - Character data in output file\n", out);
       std::fputs("       Setting output file to double precision\n", out);
@@ -107,8 +117,7 @@ void report_character_data(Run& run) {
   FILE* out = run.io.out;
   if (found) std::fputs("KOLV - Found character data in numeric field\n", out);
   if (found && run.set.otyp < 8) {
-    std::fputs("KOLV - OUTput TYPe D required for character data\n", out);
-    std::fputs("       Character data in output file will be lost\n", out);
+    say_character_data_lost(out);
   } else if (v.chartrunc) {
     std::fputs("KOLV - Character data longer than 8 bytes were truncated\n", out);
   }
@@ -120,7 +129,7 @@ void complete_header(Run& run) {
   build_header(uhout, run.set.otyp, run.set.cplx, run.cnt.row,
                static_cast<uint32_t>(run.vars.varout));
   FILE* f = std::fopen(run.files.outtmp, "r+b");
-  if (f == nullptr) getout("KOLV - Can't open temporary output file\n");
+  if (f == nullptr) getout(kCantOpenTemporaryOutput);
   bool ok = std::fwrite(uhout, sizeof uhout, 1, f) == 1;
   if (std::fclose(f) != 0) ok = false;
   if (!ok) getout("KOLV - Internal error 502.3\n");
@@ -146,7 +155,7 @@ void prepare_output(Run& run) {
     make_temporary_name(run);
   }
   FILE* f = std::fopen(files.outtmp, "wb");
-  if (f == nullptr) getout("KOLV - Can't create temporary output file\n");
+  if (f == nullptr) getout(kCantCreateTemporaryOutput);
   files.gottmp = 1;
   static constexpr uint8_t kZeroHeader[128] = {};
   bool ok = std::fwrite(kZeroHeader, sizeof kZeroHeader, 1, f) == 1;
@@ -160,7 +169,7 @@ int convert_and_complete(Run& run) {
   // A fresh output holds nothing beyond its variable block before the rows.
   if (!run.set.appending) {
     if (::truncate(run.files.outtmp, data_offset(static_cast<uint32_t>(v.varout))) != 0)
-      getout("KOLV - Can't write variable types to header (1a)\n");
+      getout(kCantWriteTypes1a);
   }
   settle_element_type(run);
 
@@ -175,7 +184,7 @@ int convert_and_complete(Run& run) {
     }
   }
   run.files.fout = std::fopen(run.files.outtmp, "ab");
-  if (run.files.fout == nullptr) getout("KOLV - Can't open temporary output file\n");
+  if (run.files.fout == nullptr) getout(kCantOpenTemporaryOutput);
   // Rows leave in whole blocks; an unbuffered stream makes every block one
   // write, so a failed write is seen at the block that failed.
   std::setvbuf(run.files.fout, nullptr, _IONBF, 0);

@@ -250,10 +250,10 @@ class Sandbox {
     run->files.fcf = std::fopen(path("run.cmd").c_str(), "r");
     if (run->files.fcf == nullptr) broken("cannot reopen the command file");
     try {
-      const char* st = run->rb.inbuff.get();
       while (kolv::getstat(*run)) {
-        if (kolv::strnicmp(st, "INPUT", 5) != 0 && kolv::strnicmp(st, "OUTPUT", 6) == 0)
-          kolv::scanoutput(*run);
+        kolv::Statement st = kolv::current_statement(*run);
+        if (kolv::strnicmp(st.data(), "INPUT", 5) != 0 && kolv::strnicmp(st.data(), "OUTPUT", 6) == 0)
+          kolv::scanoutput(*run, st);
       }
     } catch (const kolv::FatalError&) {
     }

@@ -31,13 +31,12 @@ struct FormatRun {
   // Parses a description given from the record length on.
   int parse(const char* description) {
     std::strcpy(run.rb.inbuff.get(), description);
-    run.rb.sptr = run.rb.inbuff.get();
-    return kolv::scanformat(run);
+    return kolv::scanformat(run, run.rb.inbuff.get());
   }
   // Parses a whole INVAR statement (without its ";").
   int statement(const char* st) {
     std::strcpy(run.rb.inbuff.get(), st);
-    return kolv::scaninvar(run);
+    return kolv::scaninvar(run, kolv::current_statement(run));
   }
   std::string messages() {
     std::fflush(run.io.out);

@@ -50,8 +50,7 @@ struct PackedRun {
   PackedRun(const char* description, const std::string& input, int otyp = 8) {
     run.io.out = open_memstream(&text, &size);
     std::strcpy(run.rb.inbuff.get(), description);
-    run.rb.sptr = run.rb.inbuff.get();
-    parsed = kolv::scanformat(run);
+    parsed = kolv::scanformat(run, run.rb.inbuff.get());
     run.lay.allout = 1;
     run.vars.varout = run.vars.varin;
     run.set.otyp = otyp;

@@ -59,11 +59,11 @@ class Outvar : public ::testing::Test {
   void SetUp() override { std::strcpy(t.run.files.outtmp, tmp.path().c_str()); }
   void invar(const std::string& statement) {
     t.statement(statement);
-    t.run.vars.varin = kolv::scaninvar(t.run);
+    t.run.vars.varin = kolv::scaninvar(t.run, t.st());
   }
   int outvar(const std::string& statement) {
     t.statement(statement);
-    return kolv::scanoutvar(t.run);
+    return kolv::scanoutvar(t.run, t.st());
   }
   std::string fatal_of(const std::string& statement) {
     try {

@@ -31,14 +31,14 @@ const std::string kBadTypeNotice =
 TEST(Scaninput, AbsolutePathKeepsInnerBlank) {
   TestRun t;
   t.statement("INPUT /tmp/my data.asc");
-  EXPECT_EQ(kolv::scaninput(t.run), 16);
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), 16);
   EXPECT_STREQ(t.run.set.infile, "/tmp/my data.asc");
 }
 
 TEST(Scaninput, SeparatorsBeforeThePathAreSkipped) {
   TestRun t;
   t.statement("INPUT , \n ,/srv/in.asc");
-  EXPECT_EQ(kolv::scaninput(t.run), 11);
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), 11);
   EXPECT_STREQ(t.run.set.infile, "/srv/in.asc");
 }
 
@@ -46,7 +46,7 @@ TEST(Scaninput, RelativePathIsMadeAbsolute) {
   TestRun t;
   t.statement("input data/in.txt");
   std::string expected = cwd() + "/data/in.txt";
-  EXPECT_EQ(kolv::scaninput(t.run), static_cast<int>(expected.size()));
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), static_cast<int>(expected.size()));
   EXPECT_EQ(std::string(t.run.set.infile), expected);
 }
 
@@ -54,28 +54,28 @@ TEST(Scaninput, RelativePathKeepsInnerBlank) {
   TestRun t;
   t.statement("INPUT my data.asc");
   std::string expected = cwd() + "/my data.asc";
-  EXPECT_EQ(kolv::scaninput(t.run), static_cast<int>(expected.size()));
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), static_cast<int>(expected.size()));
   EXPECT_EQ(std::string(t.run.set.infile), expected);
 }
 
 TEST(Scaninput, NoPathGivesZero) {
   TestRun t;
   t.statement("INPUT  \n ,");
-  EXPECT_EQ(kolv::scaninput(t.run), 0);
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), 0);
 }
 
 TEST(Scaninput, ShortStatementReadsAsItsEnd) {
   TestRun t;
   // Bytes left in the buffer past the statement's end are not an argument.
   t.statement("INPUT\0 /stale/name.asc"s);
-  EXPECT_EQ(kolv::scaninput(t.run), 0);
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), 0);
 }
 
 TEST(Scaninput, AtMost1020CharactersAreCopied) {
   TestRun t;
   std::string name = "/" + std::string(1100, 'a');
   t.statement("INPUT " + name);
-  EXPECT_EQ(kolv::scaninput(t.run), 1020);
+  EXPECT_EQ(kolv::scaninput(t.run, t.st()), 1020);
   EXPECT_EQ(std::string(t.run.set.infile), name.substr(0, 1020));
 }
 
@@ -84,28 +84,28 @@ TEST(Scaninput, AtMost1020CharactersAreCopied) {
 TEST(Scanoutput, ExtensionIsReplacedByDat) {
   TestRun t;
   t.statement("OUTPUT /tmp/results.old");
-  EXPECT_EQ(kolv::scanoutput(t.run), 16);
+  EXPECT_EQ(kolv::scanoutput(t.run, t.st()), 16);
   EXPECT_STREQ(t.run.set.outfile, "/tmp/results.dat");
 }
 
 TEST(Scanoutput, DotInDirectoryIsNotAnExtension) {
   TestRun t;
   t.statement("OUTPUT /tmp/dir.v2/results");
-  kolv::scanoutput(t.run);
+  kolv::scanoutput(t.run, t.st());
   EXPECT_STREQ(t.run.set.outfile, "/tmp/dir.v2/results.dat");
 }
 
 TEST(Scanoutput, OnlyTheLastExtensionIsCut) {
   TestRun t;
   t.statement("OUTPUT /tmp/a.b.c");
-  kolv::scanoutput(t.run);
+  kolv::scanoutput(t.run, t.st());
   EXPECT_STREQ(t.run.set.outfile, "/tmp/a.b.dat");
 }
 
 TEST(Scanoutput, NameWithoutExtensionGetsDat) {
   TestRun t;
   t.statement("OUTPUT /tmp/x");
-  EXPECT_EQ(kolv::scanoutput(t.run), 10);
+  EXPECT_EQ(kolv::scanoutput(t.run, t.st()), 10);
   EXPECT_STREQ(t.run.set.outfile, "/tmp/x.dat");
 }
 
@@ -113,14 +113,14 @@ TEST(Scanoutput, RelativeNameIsMadeAbsolute) {
   TestRun t;
   t.statement("output results.old");
   std::string expected = cwd() + "/results.dat";
-  EXPECT_EQ(kolv::scanoutput(t.run), static_cast<int>(expected.size()));
+  EXPECT_EQ(kolv::scanoutput(t.run, t.st()), static_cast<int>(expected.size()));
   EXPECT_EQ(std::string(t.run.set.outfile), expected);
 }
 
 TEST(Scanoutput, NoNameGivesZero) {
   TestRun t;
   t.statement("OUTPUT ");
-  EXPECT_EQ(kolv::scanoutput(t.run), 0);
+  EXPECT_EQ(kolv::scanoutput(t.run, t.st()), 0);
 }
 
 // ---- OUTTYP ----------------------------------------------------------------------
@@ -138,7 +138,7 @@ class ScanouttypValid : public ::testing::TestWithParam<TypeCase> {};
 TEST_P(ScanouttypValid, SetsTheElementSize) {
   TestRun t;
   t.statement(GetParam().statement);
-  kolv::scanouttyp(t.run);
+  kolv::scanouttyp(t.run, t.st());
   EXPECT_EQ(t.run.set.otyp, GetParam().otyp);
   EXPECT_EQ(t.out_text(), "");
 }
@@ -154,7 +154,7 @@ TEST(Scanouttyp, BadCharacterPrintsNoticeAndGivesEight) {
   TestRun t;
   t.run.set.otyp = 2;
   t.statement("OUTTYP 3");
-  kolv::scanouttyp(t.run);
+  kolv::scanouttyp(t.run, t.st());
   EXPECT_EQ(t.run.set.otyp, 8);
   EXPECT_EQ(t.out_text(), "KOLV - Invalid output type 3" + kBadTypeNotice);
 }
@@ -162,7 +162,7 @@ TEST(Scanouttyp, BadCharacterPrintsNoticeAndGivesEight) {
 TEST(Scanouttyp, NoticeQuotesTheCharacterAsWritten) {
   TestRun t;
   t.statement("OUTTYP x");
-  kolv::scanouttyp(t.run);
+  kolv::scanouttyp(t.run, t.st());
   EXPECT_EQ(t.run.set.otyp, 8);
   EXPECT_EQ(t.out_text(), "KOLV - Invalid output type x" + kBadTypeNotice);
 }
@@ -170,7 +170,7 @@ TEST(Scanouttyp, NoticeQuotesTheCharacterAsWritten) {
 TEST(Scanouttyp, ArgumentStartsOneCharacterAfterTheKeyword) {
   TestRun t;
   t.statement("OUTTYP-I");
-  kolv::scanouttyp(t.run);
+  kolv::scanouttyp(t.run, t.st());
   EXPECT_EQ(t.run.set.otyp, 2);
 }
 
@@ -178,7 +178,7 @@ TEST(Scanouttyp, ShortStatementReadsAsItsEnd) {
   TestRun t;
   // "OUTTYP;" leaves the text "OUTTYP"; a stale "I" further on is not read.
   t.statement("OUTTYP\0\0I"s);
-  kolv::scanouttyp(t.run);
+  kolv::scanouttyp(t.run, t.st());
   EXPECT_EQ(t.run.set.otyp, 8);
   EXPECT_EQ(t.out_text(), "KOLV - Invalid output type \0"s + kBadTypeNotice);
 }
@@ -188,7 +188,7 @@ TEST(Scanouttyp, ShortStatementReadsAsItsEnd) {
 TEST(Scanms, SkipsBlanksCommasAndLineFeeds) {
   TestRun t;
   t.statement("MSYM ,,  * ");
-  EXPECT_EQ(kolv::scanms(t.run), 1);
+  EXPECT_EQ(kolv::scanms(t.run, t.st()), 1);
   EXPECT_EQ(t.run.set.mstring, '*');
   EXPECT_EQ(t.run.set.msym_found, 1);
   EXPECT_EQ(t.out_text(), "");
@@ -197,14 +197,14 @@ TEST(Scanms, SkipsBlanksCommasAndLineFeeds) {
 TEST(Scanms, OnlyTheFirstCharacterCounts) {
   TestRun t;
   t.statement("msym \n-99");
-  kolv::scanms(t.run);
+  kolv::scanms(t.run, t.st());
   EXPECT_EQ(t.run.set.mstring, '-');
 }
 
 TEST(Scanms, ControlCharacterEndsTheSkip) {
   TestRun t;
   t.statement("MSYM \r*");
-  kolv::scanms(t.run);
+  kolv::scanms(t.run, t.st());
   EXPECT_EQ(t.run.set.mstring, '\r');
 }
 
@@ -212,7 +212,7 @@ TEST(Scanms, NothingAfterKeywordIsReportedAndKeepsTheSymbol) {
   TestRun t;
   t.run.set.mstring = '#';
   t.statement("MSYM , \n");
-  EXPECT_EQ(kolv::scanms(t.run), 0);
+  EXPECT_EQ(kolv::scanms(t.run, t.st()), 0);
   EXPECT_EQ(t.run.set.mstring, '#');
   EXPECT_EQ(t.run.set.msym_found, 0);
   EXPECT_EQ(t.out_text(), "KOLV - Missing value symbol not found\n");
@@ -221,7 +221,7 @@ TEST(Scanms, NothingAfterKeywordIsReportedAndKeepsTheSymbol) {
 TEST(Scanms, ShortStatementReadsAsItsEnd) {
   TestRun t;
   t.statement("MSYM\0*"s);
-  EXPECT_EQ(kolv::scanms(t.run), 0);
+  EXPECT_EQ(kolv::scanms(t.run, t.st()), 0);
   EXPECT_EQ(t.run.set.mstring, '.');
   EXPECT_EQ(t.out_text(), "KOLV - Missing value symbol not found\n");
 }
@@ -229,10 +229,10 @@ TEST(Scanms, ShortStatementReadsAsItsEnd) {
 TEST(Scanms, LaterSymbolClearsAnEarlierFailure) {
   TestRun t;
   t.statement("MSYM");
-  kolv::scanms(t.run);
+  kolv::scanms(t.run, t.st());
   EXPECT_EQ(t.run.set.msym_found, 0);
   t.statement("MSYM *");
-  kolv::scanms(t.run);
+  kolv::scanms(t.run, t.st());
   EXPECT_EQ(t.run.set.msym_found, 1);
   EXPECT_EQ(t.run.set.mstring, '*');
 }

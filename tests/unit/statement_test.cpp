@@ -259,7 +259,7 @@ TEST(Strnicmp, ComparesAtMostNCharacters) {
 
 TEST(Getword, SkipsSeparatorsAndCopiesAWord) {
   char text[] = " ,\n,abc_12 rest";
-  char* sptr = text;
+  const char* sptr = text;
   char buf[8];
   std::memset(buf, 'Z', sizeof buf);
   EXPECT_EQ(kolv::getword(sptr, buf, 8), 6);
@@ -269,7 +269,7 @@ TEST(Getword, SkipsSeparatorsAndCopiesAWord) {
 
 TEST(Getword, NoWordGivesZeroAndAClearedBuffer) {
   char text[] = "  +x";
-  char* sptr = text;
+  const char* sptr = text;
   char buf[4];
   std::memset(buf, 'Z', sizeof buf);
   EXPECT_EQ(kolv::getword(sptr, buf, 4), 0);
@@ -279,7 +279,7 @@ TEST(Getword, NoWordGivesZeroAndAClearedBuffer) {
 
 TEST(Getword, WordThatFillsTheBufferGivesZero) {
   char text[] = "abcdefgh";
-  char* sptr = text;
+  const char* sptr = text;
   char buf[8];
   EXPECT_EQ(kolv::getword(sptr, buf, 8), 0);
   char shorter[] = "abcdefg";
@@ -289,7 +289,7 @@ TEST(Getword, WordThatFillsTheBufferGivesZero) {
 
 TEST(Getword, TabIsNotASeparator) {
   char text[] = "\tabc";
-  char* sptr = text;
+  const char* sptr = text;
   char buf[8];
   EXPECT_EQ(kolv::getword(sptr, buf, 8), 0);
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/state.hpp"
+#include "command/statement.hpp"
 #include "engine/readbuf.hpp"
 
 namespace kolv_test {
@@ -117,6 +118,8 @@ struct TestRun {
   void statement(const std::string& text) {
     std::memcpy(run.rb.inbuff.get(), text.c_str(), text.size() + 1);
   }
+  // The statement put there last, as the passes hand it to its parser.
+  kolv::Statement st() const { return kolv::current_statement(run); }
 
   // Serves bytes as the input file, read read_size bytes at a time, and makes
   // the first fill of the buffer.
