@@ -94,6 +94,7 @@ struct ReadBuffer {
   std::unique_ptr<char[]> inbuff{new char[kInbuffSize]()};
   int read_size = kReadSize;
   int readbytes = 0;
+  size_t buffered = 0;  // bytes of text in the buffer after the last fill
   int theresmore = 1;
   FILE* infp = nullptr;
   const char* cperr = nullptr;  // start of the field being converted

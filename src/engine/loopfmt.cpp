@@ -9,7 +9,6 @@
 #include <sys/types.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -21,158 +20,14 @@
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"
+#include "engine/readbuf.hpp"
 #include "engine/rowblock.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"
 
 namespace kolv {
 
-void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
-  std::memset(value, 0, 8);
-  mark_character(run.vars, index, 1);
-  status = 1;
-  if (*text != '\0' && (*text == '.' || *text == run.set.mstring) && is_terminator(text[1])) {
-    store_missval(value);
-    return;
-  }
-  int n = 0;
-  for (const char* p = text; !is_terminator(*p); ++p) {
-    if (n == 8) {
-      mark_character(run.vars, index, 255);
-      break;
-    }
-    value[n++] = *p;
-  }
-}
-
-void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
-  run.rb.cperr = text;
-  const char* p = text;
-  while (*p == ' ') ++p;
-  if (*p != '\0' && (*p == '.' || *p == run.set.mstring)) {
-    char next = p[1];
-    if (is_terminator(next) || next == 'I' || next == '}') {
-      store_missval(value);
-      status = 1;
-      return;
-    }
-  }
-  unsigned char first = static_cast<unsigned char>(*p);
-  if (first == '_' || is_letter(first)) {
-    scanstrtemp(run, p, value, index, status);
-    return;
-  }
-  double x;
-  const char* end = parse_double(p, &x);
-  if (end == p) {
-    status = 0;
-    return;
-  }
-  std::memcpy(value, &x, 8);
-  status = 1;
-}
-
-bool packed_number(const char* field, int64_t width, int decimals, char mstring, double* out) {
-  using numparse_detail::eight_digits;
-  using numparse_detail::load8;
-  using numparse_detail::nondigit_bytes;
-  const char* const end = field + width;
-  const char* q = field;
-  while (q < end) {
-    // The top bit of every byte that is not a blank (exact: no carries).
-    const uint64_t y = load8(q) ^ 0x2020202020202020ULL;
-    const uint64_t other =
-        (((y & 0x7F7F7F7F7F7F7F7FULL) + 0x7F7F7F7F7F7F7F7FULL) | y) & 0x8080808080808080ULL;
-    if (other != 0) {
-      q += std::countr_zero(other) >> 3;
-      break;
-    }
-    q += 8;
-  }
-  if (q >= end || *q == '.' || *q == mstring) return false;
-  const bool neg = *q == '-';
-  q += neg || *q == '+';
-  int64_t left = end - q;
-  if (left < 1 || left > 19 || left < decimals || decimals > 22) return false;
-  uint64_t mant = 0;
-  while (left > 0) {
-    const uint64_t x = load8(q) ^ 0x3030303030303030ULL;
-    const int take = left < 8 ? static_cast<int>(left) : 8;
-    const uint64_t field_bytes = take == 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * take)) - 1;
-    if ((nondigit_bytes(x) & field_bytes) != 0) return false;
-    mant = mant * numparse_detail::kPow10Int[take] + eight_digits(take == 8 ? x : x << (64 - 8 * take));
-    q += take;
-    left -= take;
-  }
-  if (mant > (uint64_t{1} << 53)) return false;
-  const double v = static_cast<double>(mant) / numparse_detail::kPow10[decimals];
-  *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
-  return true;
-}
-
 namespace {
-
-// Blanks past a record's end that one field text keeps in a row. A longer
-// run of blanks means the same (leading blanks are skipped, any blank ends a
-// value) and the bad-data dump shows only 16 bytes, so texts stay within
-// record + a few bytes however wide a field is declared.
-constexpr int64_t kBlankRun = 17;
-
-struct Field {
-  uint8_t type;
-  uint8_t decimals;
-  int64_t start;
-  int64_t width;
-};
-
-struct Record {
-  const char* bytes;
-  int64_t length;
-};
-
-// Appends bytes [from, to) of the field at `start` to out.
-char* append_field(char* out, Record rec, int64_t start, int64_t from, int64_t to) {
-  int64_t a = start + from;
-  const int64_t b = start + to;
-  const int64_t inside = std::min(b, rec.length);
-  if (a < inside) {
-    std::memcpy(out, rec.bytes + a, static_cast<size_t>(inside - a));
-    out += inside - a;
-    a = inside;
-  }
-  const int64_t blanks = std::min(b - a, kBlankRun);
-  if (blanks > 0) {
-    std::memset(out, ' ', static_cast<size_t>(blanks));
-    out += blanks;
-  }
-  return out;
-}
-
-// The text scandbltemp reads: the field, with d decimals rebuilt as its first
-// width - d bytes, a point and its last d bytes. The point is inserted even
-// when the field holds one. With more decimals than bytes the point stands
-// before the whole field. Returns the position of the ending NUL.
-char* numeric_text(char* out, Record rec, const Field& f) {
-  if (f.decimals == 0) {
-    out = append_field(out, rec, f.start, 0, f.width);
-  } else {
-    const int64_t lead = std::max<int64_t>(0, f.width - f.decimals);
-    out = append_field(out, rec, f.start, 0, lead);
-    *out++ = '.';
-    out = append_field(out, rec, f.start, lead, f.width);
-  }
-  *out = '\0';
-  return out;
-}
-
-char field_byte(Record rec, int64_t at) { return at < rec.length ? rec.bytes[at] : ' '; }
-
-// Only the space is a blank: a tab-filled numeric field is bad data.
-bool all_blanks(const char* text, const char* end) {
-  for (; text != end; ++text)
-    if (*text != ' ') return false;
-  return true;
-}
 
 template <int W>
 void put_missing(char* element) {
@@ -217,56 +72,55 @@ void check_line_ends(Run& run) {
   }
 }
 
-// Moves the unread tail [at, have) to the buffer's start and reads up to
-// read_size bytes behind it while there is more input; NUL-terminated.
-// The tail is measured up to a NUL, so a NUL in it shortens it. Returns the
-// number of bytes now in the buffer.
-size_t refill(ReadBuffer& rb, size_t at, size_t have) {
-  char* buffer = rb.inbuff.get();
-  const size_t tail = strnlen(buffer + at, have - at);
-  std::memmove(buffer, buffer + at, tail);
-  size_t count = 0;
-  const size_t read_size = static_cast<size_t>(rb.read_size);
-  if (rb.theresmore && tail < read_size) {
-    const size_t want = read_size - tail;
-    count = std::fread(buffer + tail, 1, want, rb.infp);
-    rb.readbytes = static_cast<int>(count);
-    if (count < want) rb.theresmore = 0;
-  }
-  buffer[tail + count] = '\0';
-  ++rb.fills;
-  return tail + count;
-}
-
-// The bad-data report for the field whose text scandbltemp rejected; the run
-// then ends and its temporary output is removed.
-[[noreturn]] void bad_data(Run& run, int64_t index, const Field& f) {
-  FILE* out = run.io.out;
-  const double line = static_cast<double>(index + 1);
-  const double offset = static_cast<double>(index * run.vars.record + f.start);
-  std::fputs("Bad data - file ", out);
-  std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex, %1.0f decimal:\n", run.set.infile,
-               line, offset, offset);
-  dump_bytes(out, run.rb.cperr, 16, true);
-  getout("%s", "");
-}
-
-// A trailing partial record, unless it is only a line end.
-void report_extra_bytes(Run& run, const char* bytes, size_t available, int64_t extra) {
-  if (available == 0 || *bytes == '\n' || *bytes == '\r') return;
-  std::fprintf(run.io.out, "%u extra bytes at end of file %s:\n", static_cast<unsigned>(extra),
-               run.set.infile);
-  dump_bytes(run.io.out, bytes, std::min<size_t>(available, static_cast<size_t>(extra)), false);
-}
-
 // read_size is the record-rounded size only while loopfmt runs.
 struct ReadSizeRestore {
   ReadBuffer& rb;
   ~ReadSizeRestore() { rb.read_size = kReadSize; }
 };
 
+// One numeric field into its element; false when it holds no number and is
+// not blank (bad data).
 template <int W>
-int convert(Run& run, int buffer_bytes) {
+bool convert_numeric(Run& run, PackedRecord rec, const PackedField& f, int index, char* text,
+                     char* element) {
+  char slot[8];
+  uint32_t status = 0;
+  const unsigned char first = static_cast<unsigned char>(field_byte(rec, f.start));
+  if (f.width > 0 && (first == '_' || is_letter(first))) {
+    // Text in a numeric field. A letter MSYM standing alone there is the
+    // whole missing element of its size: a part of the missing pattern would
+    // read back as a number.
+    *append_field(text, rec, f.start, 0, f.width) = '\0';
+    scanstrtemp(run, text, slot, index, status);
+    if (slot_bits(slot) == kMissvalBits) {
+      put_missing<W>(element);
+    } else {
+      std::memcpy(element, slot, static_cast<size_t>(std::min<int64_t>(f.width, W)));
+    }
+    return true;
+  }
+  double number;
+  if (f.start + f.width <= rec.length &&
+      packed_number(rec.bytes + f.start, f.width, f.decimals, run.set.mstring, &number)) {
+    run.rb.cperr = text;  // where scandbltemp would have left it
+    std::memcpy(slot, &number, 8);
+    put_element<W>(element, slot);
+    return true;
+  }
+  const char* end = numeric_text(text, rec, f);
+  scandbltemp(run, text, slot, index, status);
+  if (status == 1) {
+    put_element<W>(element, slot);
+  } else if (all_blanks(text, end)) {
+    put_missing<W>(element);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+template <int W>
+LoopStatus convert(Run& run, int buffer_bytes) {
   Variables& v = run.vars;
   ReadBuffer& rb = run.rb;
   // Every input variable is output; the row holds them all.
@@ -276,7 +130,7 @@ int convert(Run& run, int buffer_bytes) {
   if (row_bytes > static_cast<size_t>(kBlockBytes)) return kLoopNoMemory;
 
   const int64_t record = v.record;
-  std::vector<Field> fields;
+  std::vector<PackedField> fields;
   std::unique_ptr<char[]> text;
   try {
     fields.resize(static_cast<size_t>(n));
@@ -290,94 +144,52 @@ int convert(Run& run, int buffer_bytes) {
     return kLoopNoMemory;
   }
   // As many rows as a block holds; short of memory, one row fewer at a time.
+  BlockWriter writer(run, true);
   size_t rows_per_block = static_cast<size_t>(kBlockBytes) / row_bytes;
-  std::unique_ptr<char[]> block;
-  while (rows_per_block > 0) {
-    block.reset(new (std::nothrow) char[rows_per_block * row_bytes]());
-    if (block) break;
-    --rows_per_block;
-  }
-  if (!block) return kLoopNoMemory;
-  const size_t block_bytes = rows_per_block * row_bytes;
+  while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
+  if (rows_per_block == 0) return kLoopNoMemory;
 
   rb.read_size = static_cast<int>(record > buffer_bytes ? record : buffer_bytes - buffer_bytes % record);
   const int64_t size = input_size(rb.infp);
   const int64_t records = size / record;
   const int64_t extra = size % record;
 
+  first_fill(rb);
   char* const buffer = rb.inbuff.get();
-  size_t have = refill(rb, 0, 0);
   size_t at = 0;
-  size_t buffered = 0;
-  char slot[8];
-  uint32_t status = 0;
   int64_t index = 0;
   for (; index < records; ++index) {
-    if (at + static_cast<size_t>(record) > have) {
-      have = refill(rb, at, have);
+    if (at + static_cast<size_t>(record) > rb.buffered) {
+      fillbuff(rb, buffer + at);
       at = 0;
       // The input ended before the records its size promised.
-      if (static_cast<size_t>(record) > have) break;
+      if (static_cast<size_t>(record) > rb.buffered) break;
     }
-    const Record rec{buffer + at, record};
-    char* out = block.get() + buffered * row_bytes;
+    const PackedRecord rec{buffer + at, record};
+    char* out = writer.row();
     for (int j = 0; j < n; ++j) {
-      const Field& f = fields[static_cast<size_t>(j)];
+      const PackedField& f = fields[static_cast<size_t>(j)];
       char* element = out + static_cast<size_t>(j) * W;
-      const int64_t keep = std::min<int64_t>(f.width, W);
       if (f.type == 0) {
+        const int64_t keep = std::min<int64_t>(f.width, W);
         for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
-        continue;
-      }
-      const unsigned char first = static_cast<unsigned char>(field_byte(rec, f.start));
-      if (f.width > 0 && (first == '_' || is_letter(first))) {
-        // Text in a numeric field. A letter MSYM standing alone there is the
-        // whole missing element of its size: a part of the missing pattern
-        // would read back as a number.
-        *append_field(text.get(), rec, f.start, 0, f.width) = '\0';
-        scanstrtemp(run, text.get(), slot, j, status);
-        if (slot_bits(slot) == kMissvalBits) {
-          put_missing<W>(element);
-        } else {
-          std::memcpy(element, slot, static_cast<size_t>(keep));
-        }
-        continue;
-      }
-      double number;
-      if (f.start + f.width <= record &&
-          packed_number(rec.bytes + f.start, f.width, f.decimals, run.set.mstring, &number)) {
-        run.rb.cperr = text.get();  // where scandbltemp would have left it
-        std::memcpy(slot, &number, 8);
-        put_element<W>(element, slot);
-        continue;
-      }
-      const char* end = numeric_text(text.get(), rec, f);
-      scandbltemp(run, text.get(), slot, j, status);
-      if (status == 1) {
-        put_element<W>(element, slot);
-      } else if (all_blanks(text.get(), end)) {
-        put_missing<W>(element);
-      } else {
-        bad_data(run, index, f);
+      } else if (!convert_numeric<W>(run, rec, f, j, text.get(), element)) {
+        report_packed_bad_data(run, index + 1, index * v.record + f.start, run.rb.cperr);
+        end_quietly();
       }
     }
     at += static_cast<size_t>(record);
-    ++run.cnt.row;
-    if (++buffered == rows_per_block) {
-      if (!write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
-      std::memset(block.get(), 0, block_bytes);
-      buffered = 0;
-    }
+    if (writer.finish_row() == BlockWrite::kFailed) return kLoopWriteFailed;
   }
-  if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
+  if (writer.flush() == BlockWrite::kFailed) return kLoopWriteFailed;
 
   if (extra > 0 && index == records) {
     // The bytes after the last record may still be unread.
-    if (at >= have) {
-      have = refill(rb, at, have);
+    if (at >= rb.buffered) {
+      fillbuff(rb, buffer + at);
       at = 0;
     }
-    report_extra_bytes(run, buffer + at, have - at, extra);
+    report_extra_bytes(run, buffer + at, rb.buffered - at, extra);
   }
   return kLoopDone;
 }
@@ -399,6 +211,6 @@ int loopfmt_buffered(Run& run, int buffer_bytes) {
   }
 }
 
-int loopfmt(Run& run) { return loopfmt_buffered(run, kReadSize); }
+LoopStatus loopfmt(Run& run) { return static_cast<LoopStatus>(loopfmt_buffered(run, kReadSize)); }
 
 }  // namespace kolv

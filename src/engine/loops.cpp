@@ -10,7 +10,7 @@ namespace {
 
 // Selected-variable loops serve every element size; the width is fixed per run.
 template <RowLayout L>
-int some_loop(Run& run) {
+LoopStatus some_loop(Run& run) {
   switch (run.set.otyp) {
     case 2:
       return row_loop<L, 2, false>(run);
@@ -25,14 +25,14 @@ int some_loop(Run& run) {
 
 // Converting all-variable loops: 2- or 4-byte elements.
 template <RowLayout L>
-int shfl_loop(Run& run) {
+LoopStatus shfl_loop(Run& run) {
   if (run.set.otyp == 2) return row_loop<L, 2, true>(run);
   if (run.set.otyp == 4) return row_loop<L, 4, true>(run);
   return kLoopNoType;
 }
 
 template <RowLayout L>
-int all_dispatch(Run& run) {
+LoopStatus all_dispatch(Run& run) {
   if (run.set.otyp == 2 || run.set.otyp == 4) return shfl_loop<L>(run);
   if (run.set.otyp == 8) return row_loop<L, 8, true>(run);
   return kLoopNoType;
@@ -40,26 +40,26 @@ int all_dispatch(Run& run) {
 
 }  // namespace
 
-int loop_SD_SL_SOME(Run& run) { return some_loop<RowLayout::kSoft>(run); }
-int loop_HD_NL_SOME(Run& run) { return some_loop<RowLayout::kNewline>(run); }
-int loop_HD_SL_SOME(Run& run) { return some_loop<RowLayout::kHardStream>(run); }
-int loop_HD_HL_SOME(Run& run) { return some_loop<RowLayout::kLinePerRow>(run); }
+LoopStatus loop_SD_SL_SOME(Run& run) { return some_loop<RowLayout::kSoft>(run); }
+LoopStatus loop_HD_NL_SOME(Run& run) { return some_loop<RowLayout::kNewline>(run); }
+LoopStatus loop_HD_SL_SOME(Run& run) { return some_loop<RowLayout::kHardStream>(run); }
+LoopStatus loop_HD_HL_SOME(Run& run) { return some_loop<RowLayout::kLinePerRow>(run); }
 
-int loop_shfl_SD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kSoft>(run); }
-int loop_dbl_SD_SL_ALL(Run& run) { return row_loop<RowLayout::kSoft, 8, true>(run); }
-int loop_shfl_HD_NL_ALL(Run& run) { return shfl_loop<RowLayout::kNewline>(run); }
-int loop_dbl_HD_NL_ALL(Run& run) { return row_loop<RowLayout::kNewline, 8, true>(run); }
-int loop_shfl_HD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kHardStream>(run); }
-int loop_dbl_HD_SL_ALL(Run& run) { return row_loop<RowLayout::kHardStream, 8, true>(run); }
-int loop_shfl_HD_HL_ALL(Run& run) { return shfl_loop<RowLayout::kLinePerRow>(run); }
-int loop_dbl_HD_HL_ALL(Run& run) { return row_loop<RowLayout::kLinePerRow, 8, true>(run); }
+LoopStatus loop_shfl_SD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kSoft>(run); }
+LoopStatus loop_dbl_SD_SL_ALL(Run& run) { return row_loop<RowLayout::kSoft, 8, true>(run); }
+LoopStatus loop_shfl_HD_NL_ALL(Run& run) { return shfl_loop<RowLayout::kNewline>(run); }
+LoopStatus loop_dbl_HD_NL_ALL(Run& run) { return row_loop<RowLayout::kNewline, 8, true>(run); }
+LoopStatus loop_shfl_HD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kHardStream>(run); }
+LoopStatus loop_dbl_HD_SL_ALL(Run& run) { return row_loop<RowLayout::kHardStream, 8, true>(run); }
+LoopStatus loop_shfl_HD_HL_ALL(Run& run) { return shfl_loop<RowLayout::kLinePerRow>(run); }
+LoopStatus loop_dbl_HD_HL_ALL(Run& run) { return row_loop<RowLayout::kLinePerRow, 8, true>(run); }
 
-int loop_SD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kSoft>(run); }
-int loop_HD_NL_ALL(Run& run) { return all_dispatch<RowLayout::kNewline>(run); }
-int loop_HD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kHardStream>(run); }
-int loop_HD_HL_ALL(Run& run) { return all_dispatch<RowLayout::kLinePerRow>(run); }
+LoopStatus loop_SD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kSoft>(run); }
+LoopStatus loop_HD_NL_ALL(Run& run) { return all_dispatch<RowLayout::kNewline>(run); }
+LoopStatus loop_HD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kHardStream>(run); }
+LoopStatus loop_HD_HL_ALL(Run& run) { return all_dispatch<RowLayout::kLinePerRow>(run); }
 
-int select_and_run_loop(Run& run) {
+LoopStatus select_and_run_loop(Run& run) {
   if (run.lay.varformat == 2) return loopfmt(run);
   first_fill(run.rb);
   if (run.lay.allout) run.lay.fmtflag |= 8;

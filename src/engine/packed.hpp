@@ -9,6 +9,42 @@
 
 namespace kolv {
 
+// Blanks past a record's end that one field text keeps. A longer run of
+// blanks means the same (leading blanks are skipped, any blank ends a value)
+// and the bad-data dump shows only 16 bytes, so texts stay within record + a
+// few bytes however wide a field is declared.
+inline constexpr int64_t kBlankRun = 17;
+
+// One field of the record description, as the record loop reads it.
+struct PackedField {
+  uint8_t type;  // 1 numeric, 0 character
+  uint8_t decimals;
+  int64_t start;
+  int64_t width;
+};
+
+// One record in the read buffer.
+struct PackedRecord {
+  const char* bytes;
+  int64_t length;
+};
+
+// Appends bytes [from, to) of the field at `start` to out; bytes past the
+// record's end read as blanks (at most kBlankRun of them). Returns the end.
+char* append_field(char* out, PackedRecord rec, int64_t start, int64_t from, int64_t to);
+
+// The text scandbltemp reads: the field, with d decimals rebuilt as its first
+// width - d bytes, a point and its last d bytes. The point is inserted even
+// when the field holds one. With more decimals than bytes the point stands
+// before the whole field. Returns the position of the ending NUL.
+char* numeric_text(char* out, PackedRecord rec, const PackedField& f);
+
+// The byte at `at` of the record, a blank past its end.
+inline char field_byte(PackedRecord rec, int64_t at) { return at < rec.length ? rec.bytes[at] : ' '; }
+
+// Only the space is a blank: a tab-filled numeric field is bad data.
+bool all_blanks(const char* text, const char* end);
+
 // Text met in a numeric field (or handed on by scandbltemp): "." or the MSYM
 // character standing alone is the missing value; otherwise up to 8 bytes up
 // to the first blank, tab, line end, comma or NUL, zero-padded, and vrec of

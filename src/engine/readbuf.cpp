@@ -13,6 +13,7 @@ void first_fill(ReadBuffer& rb) {
     if (count < static_cast<size_t>(rb.read_size)) rb.theresmore = 0;
   }
   buffer[count] = '\0';
+  rb.buffered = count;
 }
 
 char* fillbuff(ReadBuffer& rb, char* pos) {
@@ -27,6 +28,7 @@ char* fillbuff(ReadBuffer& rb, char* pos) {
     if (count < want) rb.theresmore = 0;
   }
   buffer[tail + count] = '\0';
+  rb.buffered = tail + count;
   ++rb.fills;
   return buffer;
 }

@@ -26,7 +26,7 @@ inline void report_incomplete_row(Run& run, const char* pos) {
 // in input order, otherwise the columns that outvec selects. With All and
 // W == 8 fields are scanned straight into the output block.
 template <RowLayout L, int W, bool All>
-int row_loop(Run& run) {
+LoopStatus row_loop(Run& run) {
   using namespace engine_detail;
   const Variables& vars = run.vars;
   const int cplx = run.set.cplx;
@@ -38,12 +38,11 @@ int row_loop(Run& run) {
   if (rows_per_block == 0) rows_per_block = 1;  // a row wider than a block still fits one
 
   std::unique_ptr<char[]> row_buffer;
-  std::unique_ptr<char[]> block;
+  BlockWriter writer(run, false);
   std::vector<uint8_t> types;
   std::vector<int32_t> selected;
   try {
     if (!kDirect) row_buffer.reset(new char[8 * static_cast<size_t>(n) + 8]());
-    block.reset(new char[rows_per_block * row_bytes + 8]());
     types.resize(static_cast<size_t>(n) + 1);
     for (int k = 0; k < n; ++k) types[static_cast<size_t>(k)] = vars.itypes[static_cast<size_t>(k / cplx)];
     if (!All) {
@@ -56,6 +55,8 @@ int row_loop(Run& run) {
   } catch (const std::bad_alloc&) {
     return kLoopNoMemory;
   }
+  // Slack after the block: a direct scan writes whole 8-byte slots.
+  if (!writer.reserve(row_bytes, rows_per_block, 8)) return kLoopNoMemory;
 
   ReadBuffer& rb = run.rb;
   char* pos = rb.inbuff.get();
@@ -66,16 +67,14 @@ int row_loop(Run& run) {
   }
 
   bool partial = false;
-  size_t buffered = 0;
   for (;;) {
-    char* out = block.get() + buffered * row_bytes;
+    char* out = writer.row();
     char* slots = kDirect ? out : row_buffer.get();
     RowEnd end = read_row<L>(run, pos, slots, n, types.data(), partial);
     if (end == RowEnd::kRejected) return kLoopRejected;
     if (end == RowEnd::kIncomplete) {
       report_incomplete_row(run, pos);
-      if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
-      return kLoopDone;
+      return writer.flush() == BlockWrite::kWritten ? kLoopDone : kLoopWriteFailed;
     }
     if constexpr (!kDirect) {
       for (int j = 0; j < columns; ++j) {
@@ -83,15 +82,11 @@ int row_loop(Run& run) {
         put_element<W>(out + static_cast<size_t>(j) * W, slots + 8 * static_cast<size_t>(slot));
       }
     }
-    ++run.cnt.row;
-    if (++buffered == rows_per_block) {
-      if (!write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
-      buffered = 0;
-    }
+    if (writer.finish_row() == BlockWrite::kFailed) return kLoopWriteFailed;
     if (at_refill(rb, pos)) pos = fillbuff(rb, pos);
     if (*pos == '\0') break;
   }
-  if (buffered > 0 && !write_block(run, block.get(), buffered, row_bytes)) return kLoopWriteFailed;
+  if (writer.flush() == BlockWrite::kFailed) return kLoopWriteFailed;
   if (L == RowLayout::kLinePerRow && partial)
     std::fputs("WARNING:  Partial record(s) found, completed with missing values.\n", run.io.err);
   return kLoopDone;

@@ -1,28 +1,80 @@
-// Writing a block of finished rows to the output.
+// The block of finished rows that every row loop fills and writes: at most
+// 131072 bytes, one write call per full block.
 #pragma once
 
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
 
 #include "base/state.hpp"
 
 namespace kolv {
 
-// Writes rows x row_bytes bytes with one write. When the write fails (a full
-// disk) the output is cut back to where the block began and the block's rows
-// are taken off the row count, so the completed header counts exactly the
-// rows the file holds. Returns false on failure.
-inline bool write_block(Run& run, const char* block, size_t rows, size_t row_bytes) {
-  FILE* out = run.files.fout;
-  off_t before = ::lseek(::fileno(out), 0, SEEK_END);
-  if (std::fwrite(block, rows * row_bytes, 1, out) == 1) return true;
-  if (before >= 0 && ::ftruncate(::fileno(out), before) != 0) {
-    // The short block stays; the header still counts only whole blocks.
+// How writing a block ended.
+enum class BlockWrite { kWritten, kFailed };
+
+class BlockWriter {
+ public:
+  // zero_after_write: start every block from zero bytes, for loops that leave
+  // part of an element unwritten (a packed character field narrower than the
+  // element).
+  BlockWriter(Run& run, bool zero_after_write) : run_(run), zero_after_write_(zero_after_write) {}
+
+  // Room for rows_per_block rows of row_bytes each, and slack bytes after the
+  // block that a row's scan may touch. False when memory runs out.
+  bool reserve(size_t row_bytes, size_t rows_per_block, size_t slack) {
+    block_.reset(new (std::nothrow) char[rows_per_block * row_bytes + slack]());
+    row_bytes_ = row_bytes;
+    rows_per_block_ = rows_per_block;
+    buffered_ = 0;
+    return block_ != nullptr;
   }
-  run.cnt.row -= static_cast<uint32_t>(rows);
-  return false;
-}
+
+  // Where the next row goes.
+  char* row() { return block_.get() + buffered_ * row_bytes_; }
+
+  // Counts the row just built into row() and writes the block when it is full.
+  BlockWrite finish_row() {
+    ++run_.cnt.row;
+    if (++buffered_ < rows_per_block_) return BlockWrite::kWritten;
+    return flush();
+  }
+
+  // Writes the rows held, if any.
+  BlockWrite flush() {
+    if (buffered_ == 0) return BlockWrite::kWritten;
+    const size_t rows = buffered_;
+    buffered_ = 0;
+    if (!write_rows(rows)) return BlockWrite::kFailed;
+    if (zero_after_write_) std::memset(block_.get(), 0, rows_per_block_ * row_bytes_);
+    return BlockWrite::kWritten;
+  }
+
+ private:
+  // One write of the rows. When it fails (a full disk) the output is cut back
+  // to where the block began and the block's rows are taken off the row
+  // count, so the completed header counts exactly the rows the file holds.
+  bool write_rows(size_t rows) {
+    FILE* out = run_.files.fout;
+    const off_t before = ::lseek(::fileno(out), 0, SEEK_END);
+    if (std::fwrite(block_.get(), rows * row_bytes_, 1, out) == 1) return true;
+    if (before >= 0 && ::ftruncate(::fileno(out), before) != 0) {
+      // The short block stays; the header still counts only whole blocks.
+    }
+    run_.cnt.row -= static_cast<uint32_t>(rows);
+    return false;
+  }
+
+  Run& run_;
+  bool zero_after_write_;
+  std::unique_ptr<char[]> block_;
+  size_t row_bytes_ = 0;
+  size_t rows_per_block_ = 1;
+  size_t buffered_ = 0;
+};
 
 }  // namespace kolv

@@ -1,5 +1,6 @@
 #include "engine/sourcerr.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 
@@ -51,6 +52,25 @@ int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line) {
   }
   dump_bytes(out, position, 16, true);
   return kind;
+}
+
+void report_packed_bad_data(Run& run, int64_t record_number, int64_t offset, const char* text) {
+  FILE* out = run.io.out;
+  // Both offsets print in decimal, the one labelled hex too.
+  const double line = static_cast<double>(record_number);
+  const double at = static_cast<double>(offset);
+  std::fputs("Bad data - file ", out);
+  std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex, %1.0f decimal:\n", run.set.infile,
+               line, at, at);
+  dump_bytes(out, text, 16, true);
+}
+
+void report_extra_bytes(Run& run, const char* bytes, size_t available, int64_t extra) {
+  if (available == 0 || *bytes == '\n' || *bytes == '\r') return;
+  std::fprintf(run.io.out, "%u extra bytes at end of file %s:\n", static_cast<unsigned>(extra),
+               run.set.infile);
+  // The ASCII line of this report has no closing quote.
+  dump_bytes(run.io.out, bytes, std::min<size_t>(available, static_cast<size_t>(extra)), false);
 }
 
 }  // namespace kolv

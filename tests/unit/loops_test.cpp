@@ -23,7 +23,7 @@ using kolv_test::miss8;
 using kolv_test::TestRun;
 using kolv_test::text8;
 
-using LoopFn = int (*)(kolv::Run&);
+using LoopFn = kolv::LoopStatus (*)(kolv::Run&);
 using Sizes = std::vector<size_t>;
 
 const std::string kPartialWarning =

@@ -1,0 +1,134 @@
+// The field converters of packed records: a field's text cut from its
+// record, and its conversion into an 8-byte slot.
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "base/numparse.hpp"
+#include "engine/packed.hpp"
+#include "engine/scanners.hpp"
+#include "format/dataset.hpp"
+
+namespace kolv {
+
+void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
+  std::memset(value, 0, 8);
+  mark_character(run.vars, index, 1);
+  status = 1;
+  if (*text != '\0' && (*text == '.' || *text == run.set.mstring) && is_terminator(text[1])) {
+    store_missval(value);
+    return;
+  }
+  int n = 0;
+  for (const char* p = text; !is_terminator(*p); ++p) {
+    if (n == 8) {
+      mark_character(run.vars, index, 255);
+      break;
+    }
+    value[n++] = *p;
+  }
+}
+
+void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
+  run.rb.cperr = text;
+  const char* p = text;
+  while (*p == ' ') ++p;
+  if (*p != '\0' && (*p == '.' || *p == run.set.mstring)) {
+    char next = p[1];
+    if (is_terminator(next) || next == 'I' || next == '}') {
+      store_missval(value);
+      status = 1;
+      return;
+    }
+  }
+  unsigned char first = static_cast<unsigned char>(*p);
+  if (first == '_' || is_letter(first)) {
+    scanstrtemp(run, p, value, index, status);
+    return;
+  }
+  double x;
+  const char* end = parse_double(p, &x);
+  if (end == p) {
+    status = 0;
+    return;
+  }
+  std::memcpy(value, &x, 8);
+  status = 1;
+}
+
+bool packed_number(const char* field, int64_t width, int decimals, char mstring, double* out) {
+  using numparse_detail::eight_digits;
+  using numparse_detail::load8;
+  using numparse_detail::nondigit_bytes;
+  const char* const end = field + width;
+  const char* q = field;
+  while (q < end) {
+    // The top bit of every byte that is not a blank (exact: no carries).
+    const uint64_t y = load8(q) ^ 0x2020202020202020ULL;
+    const uint64_t other =
+        (((y & 0x7F7F7F7F7F7F7F7FULL) + 0x7F7F7F7F7F7F7F7FULL) | y) & 0x8080808080808080ULL;
+    if (other != 0) {
+      q += std::countr_zero(other) >> 3;
+      break;
+    }
+    q += 8;
+  }
+  if (q >= end || *q == '.' || *q == mstring) return false;
+  const bool neg = *q == '-';
+  q += neg || *q == '+';
+  int64_t left = end - q;
+  if (left < 1 || left > 19 || left < decimals || decimals > 22) return false;
+  uint64_t mant = 0;
+  while (left > 0) {
+    const uint64_t x = load8(q) ^ 0x3030303030303030ULL;
+    const int take = left < 8 ? static_cast<int>(left) : 8;
+    const uint64_t field_bytes = take == 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * take)) - 1;
+    if ((nondigit_bytes(x) & field_bytes) != 0) return false;
+    mant = mant * numparse_detail::kPow10Int[take] + eight_digits(take == 8 ? x : x << (64 - 8 * take));
+    q += take;
+    left -= take;
+  }
+  if (mant > (uint64_t{1} << 53)) return false;
+  const double v = static_cast<double>(mant) / numparse_detail::kPow10[decimals];
+  *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
+  return true;
+}
+
+char* append_field(char* out, PackedRecord rec, int64_t start, int64_t from, int64_t to) {
+  int64_t a = start + from;
+  const int64_t b = start + to;
+  const int64_t inside = std::min(b, rec.length);
+  if (a < inside) {
+    std::memcpy(out, rec.bytes + a, static_cast<size_t>(inside - a));
+    out += inside - a;
+    a = inside;
+  }
+  const int64_t blanks = std::min(b - a, kBlankRun);
+  if (blanks > 0) {
+    std::memset(out, ' ', static_cast<size_t>(blanks));
+    out += blanks;
+  }
+  return out;
+}
+
+char* numeric_text(char* out, PackedRecord rec, const PackedField& f) {
+  if (f.decimals == 0) {
+    out = append_field(out, rec, f.start, 0, f.width);
+  } else {
+    const int64_t lead = std::max<int64_t>(0, f.width - f.decimals);
+    out = append_field(out, rec, f.start, 0, lead);
+    *out++ = '.';
+    out = append_field(out, rec, f.start, lead, f.width);
+  }
+  *out = '\0';
+  return out;
+}
+
+bool all_blanks(const char* text, const char* end) {
+  for (; text != end; ++text)
+    if (*text != ' ') return false;
+  return true;
+}
+
+}  // namespace kolv
