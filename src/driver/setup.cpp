@@ -109,7 +109,7 @@ void report_character_data(Run& run) {
   Variables& v = run.vars;
   bool found = false;
   for (int i = 0; i < v.varout; ++i) {
-    size_t input = run.lay.allout ? static_cast<size_t>(i) : static_cast<size_t>(v.outvec[i]);
+    size_t input = run.lay.allout ? static_cast<size_t>(i) : static_cast<size_t>(v.outvec[static_cast<size_t>(i)]);
     uint8_t flag = input < v.vrec.size() ? v.vrec[input] : 0;
     if (flag == 255) v.chartrunc = 1;
     if (flag != 0 && v.itypes[input] == 1) found = true;

@@ -266,7 +266,7 @@ std::vector<std::string> string_literals(const std::string& source) {
     char c = source[i];
     if (c == '\'') {  // a character literal such as '"'
       size_t end = i + 1;
-      while (end < source.size() && source[end] != '\'') end += source[end] == '\\' ? 2 : 1;
+      while (end < source.size() && source[end] != '\'') end += source[end] == '\\' ? 2u : 1u;
       i = end;
     } else if (c == '/' && i + 1 < source.size() && source[i + 1] == '/') {
       i = source.find('\n', i);

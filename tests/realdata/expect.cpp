@@ -231,8 +231,9 @@ std::string character_report(const std::vector<uint8_t>& vrec, const std::vector
                              const std::vector<int>& columns, int otyp, bool chartrunc) {
   bool found = false;
   for (int c : columns) {
-    if (vrec[c] != 0 && types[c] == 1) found = true;
-    if (vrec[c] == 255) chartrunc = true;
+    const size_t k = static_cast<size_t>(c);
+    if (vrec[k] != 0 && types[k] == 1) found = true;
+    if (vrec[k] == 255) chartrunc = true;
   }
   std::string s;
   if (found) s += "KOLV - Found character data in numeric field\n";
@@ -257,8 +258,8 @@ Packed packed_records(const std::string& file, const std::string& infile, int re
   // A line end just after the first or the second record means that every
   // record is followed by one; the first of the two bytes says which kind.
   auto line_end = [](char c) { return c == '\r' || c == '\n'; };
-  const char first = static_cast<size_t>(record) < size ? file[record] : '\0';
-  const char second = 2 * static_cast<size_t>(record) < size ? file[2 * record] : '\0';
+  const char first = static_cast<size_t>(record) < size ? file[static_cast<size_t>(record)] : '\0';
+  const char second = 2 * static_cast<size_t>(record) < size ? file[2 * static_cast<size_t>(record)] : '\0';
   if (line_end(first) || line_end(second)) {
     const bool crlf = first == '\r';
     if (check) {

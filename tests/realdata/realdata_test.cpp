@@ -676,7 +676,7 @@ TEST_F(RealData, GhcnDailyPackedImpliedTenths) {
   size_t minus9999 = 0;
   const std::string missing_day = element(number_slot(-999.9), 8);
   for (size_t r = 0; r < p.rows; ++r)
-    for (int day = 0; day < 31; ++day)
+    for (size_t day = 0; day < 31; ++day)
       minus9999 += p.data.compare((r * 128 + 4 + 4 * day) * 8, 8, missing_day) == 0;
   EXPECT_EQ(minus9999, 39437u);
   EXPECT_EQ(p.data.substr(0, 8), text8("USW00093"));

@@ -190,7 +190,8 @@ uint32_t word_at(const std::string& bytes, size_t offset) {
 std::string hex_of(const std::string& bytes) {
   std::string s;
   char b[4];
-  for (unsigned char c : bytes) {
+  for (char ch : bytes) {
+    const unsigned char c = static_cast<unsigned char>(ch);
     std::snprintf(b, sizeof b, "%02x ", c);
     s += b;
   }

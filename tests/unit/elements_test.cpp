@@ -21,7 +21,7 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 
 template <int W>
 std::string element(const std::string& slot) {
-  char out[W + 1];
+  char out[static_cast<size_t>(W) + 1];
   std::memset(out, 0x55, sizeof out);
   kolv::put_element<W>(out, slot.data());
   EXPECT_EQ(out[W], 0x55) << "an element must not spill over its width";

@@ -175,7 +175,8 @@ std::string generate(Rng& r) {
 
 std::string shown(const std::string& text) {
   std::string s;
-  for (unsigned char c : text) {
+  for (char ch : text) {
+    const unsigned char c = static_cast<unsigned char>(ch);
     if (c >= 32 && c < 127 && c != '"' && c != '\\') {
       s += static_cast<char>(c);
     } else {

@@ -16,7 +16,7 @@ using Bytes = std::vector<uint8_t>;
 
 void put32(Bytes& b, size_t at, uint32_t v) {
   if (b.size() < at + 4) b.resize(at + 4, 0);
-  for (int i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>((v >> (8 * i)) & 0xFF);
+  for (int i = 0; i < 4; ++i) b[at + static_cast<size_t>(i)] = static_cast<uint8_t>((v >> (8 * i)) & 0xFF);
 }
 
 void append16(Bytes& b, uint16_t v) {

@@ -774,7 +774,7 @@ TEST(LoopFmt, MonthlySunspotNumbers) {
   EXPECT_EQ(p.run.cnt.row, 3233u);
   std::vector<uint64_t> w = p.words();
   ASSERT_EQ(w.size(), 3233u * 7);
-  auto row = [&](size_t r) { return std::vector<uint64_t>(w.begin() + 7 * (r - 1), w.begin() + 7 * r); };
+  auto row = [&](size_t r) { return std::vector<uint64_t>(w.begin() + static_cast<std::ptrdiff_t>(7 * (r - 1)), w.begin() + static_cast<std::ptrdiff_t>(7 * r)); };
   // Line 1:    "1749 01 1749.042   96.7  -1.0    -1  "
   EXPECT_EQ(row(1), (std::vector<uint64_t>{bits_of(1749), bits_of(1), bits_of(1749.042), bits_of(96.7),
                                            bits_of(-1.0), bits_of(-1), text8(" ")}));

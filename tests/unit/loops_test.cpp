@@ -139,8 +139,8 @@ TEST_P(EveryMember, OneRowIsWrittenWithOneWrite) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Loops, EveryMember, ::testing::ValuesIn(kMembers),
-                         [](const ::testing::TestParamInfo<Member>& info) {
-                           return std::string(info.param.name);
+                         [](const ::testing::TestParamInfo<Member>& param_info) {
+                           return std::string(param_info.param.name);
                          });
 
 TEST(SoftLoops, LeadingSeparatorsAloneGiveNoRows) {

@@ -61,7 +61,7 @@ uint64_t below(Rng& r, uint64_t n) {
   return r() % n;
 }
 int between(Rng& r, int lo, int hi) {
-  return lo + static_cast<int>(below(r, hi - lo + 1));
+  return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1)));
 }
 bool chance(Rng& r, int percent) {
   return below(r, 100) < static_cast<uint64_t>(percent);
@@ -479,7 +479,8 @@ uint64_t base_seed() {
 
 std::string shown(const std::string& text) {
   std::string s;
-  for (unsigned char c : text) {
+  for (char ch : text) {
+    const unsigned char c = static_cast<unsigned char>(ch);
     if (c >= 32 && c < 127 && c != '"' && c != '\\') {
       s += static_cast<char>(c);
     } else {
@@ -538,8 +539,8 @@ TEST_P(NumparseDifferential, SameEndAndBitsAsStrtod) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, NumparseDifferential, ::testing::ValuesIn(kFamilies),
-                         [](const ::testing::TestParamInfo<Family>& info) {
-                           return std::string(info.param.name);
+                         [](const ::testing::TestParamInfo<Family>& param_info) {
+                           return std::string(param_info.param.name);
                          });
 
 // The edge texts of the unit tests, each with every tail byte after it: the

@@ -66,7 +66,8 @@ Parsed with_strtod(const std::string& text) {
 
 std::string shown(const std::string& text) {
   std::string s;
-  for (unsigned char c : text) {
+  for (char ch : text) {
+    const unsigned char c = static_cast<unsigned char>(ch);
     if (c >= 32 && c < 127) {
       s += static_cast<char>(c);
     } else {

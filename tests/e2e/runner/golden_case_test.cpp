@@ -36,8 +36,8 @@ TEST_P(Golden, Case) {
 }
 
 INSTANTIATE_TEST_SUITE_P(E2E, Golden, ::testing::ValuesIn(list_case_names(KOLV_E2E_CASES_DIR)),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                           return test_name_for(info.param);
+                         [](const ::testing::TestParamInfo<std::string>& param_info) {
+                           return test_name_for(param_info.param);
                          });
 
 }  // namespace
