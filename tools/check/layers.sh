@@ -8,55 +8,54 @@
 #   command  base, format
 #   engine   base, format
 #   driver   base, format, command, engine
-#   tools    base, format (kolvprep also the engine's scanners: see below)
+#   tools    base, format (kolvprep also the engine's scanners)
 #
 # Usage: layers.sh [SOURCE_ROOT]   (default: the project holding this script)
 set -u
 root=${1:-$(cd "$(dirname "$0")/../.." && pwd)}
 cd "$root" || exit 2
 
-allowed_for() {
-  case $1 in
-    src/base/*) echo "base" ;;
-    src/format/*) echo "base format" ;;
-    src/command/*) echo "base format command" ;;
-    src/engine/*) echo "base format engine" ;;
-    src/driver/*) echo "base format command engine driver" ;;
-    src/main.cpp) echo "driver" ;;
-    tools/kolvprep/*) echo "base format engine" ;;
-    tools/*) echo "base format" ;;
-    *) echo "" ;;
-  esac
-}
-
-status=0
-checked=0
-while IFS= read -r file; do
-  allowed=$(allowed_for "$file")
-  [ -n "$allowed" ] || continue
-  checked=$((checked + 1))
-  while IFS= read -r line; do
-    target=$(printf '%s\n' "$line" | sed -n 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*"\([^"]*\)".*/\1/p')
-    [ -n "$target" ] || continue
-    layer=${target%%/*}
-    # An include without a folder is the file's own neighbour (or generated).
-    [ "$layer" != "$target" ] || continue
-    case $layer in
-      base | format | command | engine | driver) ;;
-      *) continue ;;
-    esac
-    ok=0
-    for a in $allowed; do [ "$a" = "$layer" ] && ok=1; done
-    if [ $ok -eq 0 ]; then
-      echo "forbidden include: $file includes \"$target\" (${file%/*} may include: $allowed)"
-      status=1
-    fi
-  done < "$file"
-done < <(find src tools -type f \( -name '*.cpp' -o -name '*.hpp' \) | sort)
-
-if [ $checked -eq 0 ]; then
+dirs=$(for d in src tools; do [ -d "$d" ] && echo "$d"; done)
+# shellcheck disable=SC2086
+files=$(find $dirs -type f \( -name '*.cpp' -o -name '*.hpp' \) | sort)
+if [ -z "$files" ]; then
   echo "no source files found under $root/src" >&2
   exit 2
 fi
-[ $status -eq 0 ] && echo "layers: $checked files, every include allowed"
-exit $status
+
+# One pass of awk over every file: the file's layer decides what it may
+# include; an include without a folder is the file's own neighbour (or a
+# generated header), and folders that are not layers are not ours.
+# shellcheck disable=SC2086
+awk '
+  function allowed_for(file) {
+    if (file ~ /^src\/base\//) return " base ";
+    if (file ~ /^src\/format\//) return " base format ";
+    if (file ~ /^src\/command\//) return " base format command ";
+    if (file ~ /^src\/engine\//) return " base format engine ";
+    if (file ~ /^src\/driver\//) return " base format command engine driver ";
+    if (file == "src/main.cpp") return " driver ";
+    if (file ~ /^tools\/kolvprep\//) return " base format engine ";
+    if (file ~ /^tools\//) return " base format ";
+    return "";
+  }
+  FNR == 1 { allowed = allowed_for(FILENAME); if (allowed != "") checked++ }
+  allowed != "" && /^[ \t]*#[ \t]*include[ \t]*"/ {
+    target = $0
+    sub(/^[ \t]*#[ \t]*include[ \t]*"/, "", target)
+    sub(/".*$/, "", target)
+    n = index(target, "/")
+    if (n == 0) next
+    layer = substr(target, 1, n - 1)
+    if (layer !~ /^(base|format|command|engine|driver)$/) next
+    if (index(allowed, " " layer " ") == 0) {
+      dir = FILENAME; sub(/\/[^\/]*$/, "", dir)
+      printf "forbidden include: %s includes \"%s\" (%s may include:%s)\n", FILENAME, target, dir, allowed
+      bad++
+    }
+  }
+  END {
+    if (bad > 0) exit 1
+    printf "layers: %d files, every include allowed\n", checked
+  }
+' $files
