@@ -41,8 +41,7 @@ int scanoutput(Run& run, Statement st) {
     run.set.outfile[0] = '\0';
     return 0;
   }
-  char* dot = std::strrchr(name, '.');
-  if (dot != nullptr && std::strchr(dot, '/') == nullptr) *dot = '\0';
+  dropext(name);
   std::strcat(name, ".dat");
   // A 1020-character name plus ".dat" would not fit the path buffer.
   g_strlcpy(run.set.outfile, name, kPathSize);

@@ -70,8 +70,7 @@ int run_kolv(Run& run, int argc, const char* const* argv) {
     return 0;
   }
   g_strlcpy(s.cfile, argv[1], kPathSize);
-  char* dot = std::strrchr(s.cfile, '.');
-  if (dot == nullptr || std::strchr(dot, '/') != nullptr) {
+  if (!hasext(s.cfile)) {
     size_t length = std::strlen(s.cfile);
     g_strlcpy(s.cfile + length, ".cmd", kPathSize - length);
   }
