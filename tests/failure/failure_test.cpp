@@ -146,6 +146,7 @@ class Scratch {
   Scratch& operator=(const Scratch&) = delete;
 
   const std::string& work() const { return work_; }
+  const std::string& top() const { return top_; }
   std::string at(const std::string& name) const { return work_ + "/" + name; }
   std::string out_path() const { return top_ + "/stdout"; }
   std::string err_path() const { return top_ + "/stderr"; }
@@ -206,9 +207,46 @@ struct Result {
   std::string err;
 };
 
+// Whether a run with these limits becomes the unprivileged user.
+bool drops_privileges(const Limits& limits) { return limits.unprivileged && geteuid() == 0; }
+
+// The program an unprivileged run executes. The build tree may lie where that
+// user cannot reach (a home directory of mode 700), so the program is copied
+// into the scratch directory, which every user may enter. Empty when the copy
+// fails (errno tells why).
+std::string reachable_program(const Scratch& scratch) {
+  const std::string copy = scratch.top() + "/kolv";
+  if (exists(copy)) return copy;
+  const int in = open(KOLV_PROGRAM, O_RDONLY | O_CLOEXEC);
+  if (in < 0) return "";
+  const int out = open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0755);
+  if (out < 0) {
+    close(in);
+    return "";
+  }
+  char chunk[65536];
+  ssize_t n;
+  bool ok = true;
+  while ((n = read(in, chunk, sizeof chunk)) > 0)
+    if (write(out, chunk, static_cast<size_t>(n)) != n) ok = false;
+  if (n < 0) ok = false;
+  close(in);
+  if (close(out) != 0) ok = false;
+  if (!ok || chmod(copy.c_str(), 0755) != 0) return "";
+  return copy;
+}
+
 // Runs the kolv program in work/ with the given arguments (after argv[0]).
+// A child that cannot execute the program ends with status 124 after saying
+// why on its standard error.
 Result run_kolv(const Scratch& scratch, const std::vector<std::string>& args, Limits limits = {}) {
   Result result;
+  const std::string program = drops_privileges(limits) ? reachable_program(scratch) : KOLV_PROGRAM;
+  if (program.empty()) {
+    result.err = std::string("cannot copy ") + KOLV_PROGRAM + " where an unprivileged user can run it: " +
+                 std::strerror(errno);
+    return result;
+  }
   const pid_t child = fork();
   if (child < 0) return result;
   if (child == 0) {
@@ -228,15 +266,18 @@ Result run_kolv(const Scratch& scratch, const std::vector<std::string>& args, Li
       rl.rlim_max = static_cast<rlim_t>(limits.file_size);
       if (setrlimit(RLIMIT_FSIZE, &rl) != 0) _exit(122);
     }
-    if (limits.unprivileged && geteuid() == 0) {
+    if (drops_privileges(limits)) {
       if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(123);
     }
     alarm(120);  // a hang ends the run by a signal, which fails the test
     std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(KOLV_PROGRAM));
+    argv.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
-    execv(KOLV_PROGRAM, argv.data());
+    execv(program.c_str(), argv.data());
+    const char* why = std::strerror(errno);
+    const char lead[] = "cannot execute the kolv program: ";
+    if (write(2, lead, sizeof lead - 1) < 0 || write(2, why, std::strlen(why)) < 0) _exit(125);
     _exit(124);
   }
   int wstatus = 0;

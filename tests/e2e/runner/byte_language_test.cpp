@@ -16,8 +16,9 @@ Bytes B(std::initializer_list<int> values) {
 }
 
 std::uint32_t word_at(const Bytes& bytes, size_t offset) {
-  return bytes[offset] | bytes[offset + 1] << 8 | bytes[offset + 2] << 16 |
-         static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
+  std::uint32_t word = 0;
+  for (size_t i = 4; i-- > 0;) word = word << 8 | bytes[offset + i];
+  return word;
 }
 
 TEST(ByteLanguage, HexBytes) {

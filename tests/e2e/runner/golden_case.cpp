@@ -29,6 +29,12 @@ struct CaseError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A case that copies a real-data file cannot run where the real-data folder
+// is not beside the project.
+struct MissingRealData : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 std::string read_file(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw CaseError("cannot read " + path.string());
@@ -146,6 +152,9 @@ void apply_setup(const fs::path& case_dir, const fs::path& work, Expectation& ex
       if (name.find('/') != std::string::npos || name == "." || name == "..")
         throw CaseError(where + ": not a real-data file name: " + name);
       const fs::path source = fs::path(KOLV_E2E_REALDATA_DIR) / name;
+      if (!fs::is_directory(source.parent_path()))
+        throw MissingRealData("the real-data folder " + source.parent_path().string() +
+                              " is not there, so " + name + " cannot be copied in");
       if (!fs::is_regular_file(source)) throw CaseError(where + ": no real-data file " + source.string());
       fs::path path = inner_path(words[2], where);
       std::string bytes = read_file(source);
@@ -396,6 +405,8 @@ CaseOutcome run_case(const fs::path& case_dir, const RunnerOptions& options) {
   try {
     root = make_temp_root();
     run_in(case_dir, root, options, outcome);
+  } catch (const MissingRealData& e) {
+    outcome.skipped = e.what();
   } catch (const std::exception& e) {
     outcome.failures.push_back(std::string("case could not be run: ") + e.what());
   }

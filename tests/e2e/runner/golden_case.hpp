@@ -18,6 +18,7 @@ struct RunnerOptions {
 struct CaseOutcome {
   std::vector<std::string> failures;  // empty when the case passed
   std::vector<std::string> notes;     // things worth printing either way
+  std::string skipped;                // why the case could not run here (a missing real-data file)
 };
 
 // Names of the case folders under dir, sorted; hidden folders are skipped.
