@@ -3,11 +3,115 @@
 // padded conversion behind parse_double_padded's straight line.
 #include "base/numparse.hpp"
 
+#include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdlib>
 #include <system_error>
 
+#include "base/pow5_table.hpp"
+
 namespace kolv::numparse_detail {
+
+namespace {
+
+__extension__ typedef unsigned __int128 Uint128;
+
+constexpr uint64_t kInfinityBits = 0x7FF0000000000000ULL;
+constexpr uint64_t kFractionMask = (uint64_t{1} << 52) - 1;
+
+}  // namespace
+
+// With 5^q ~ T * 2^e (T of 128 bits, rounded down) and w shifted left until
+// its top bit is set, X = w * T is a 192-bit number whose bit 0 weighs
+// 2^(q + e - shift). The true value's X lies in [X, X + w): exactly X when T
+// is exact (0 <= q <= 55), else strictly above X and below X + w < X + 2^64.
+// The double keeps X's top 53 bits (fewer for a subnormal); the bits below
+// them decide the rounding unless the interval reaches a rounding boundary.
+bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
+  const uint64_t sign = uint64_t{neg} << 63;
+  if (w == 0) {
+    *out = std::bit_cast<double>(sign);
+    return true;
+  }
+  if (q < kPow5Min || q > kPow5Max) return false;
+  const Pow5& t = kPow5[q - kPow5Min];
+  const int shift = std::countl_zero(w);
+  w <<= shift;
+  const Uint128 high = static_cast<Uint128>(w) * t.hi;
+  const Uint128 low = static_cast<Uint128>(w) * t.lo;
+  const uint64_t x0 = static_cast<uint64_t>(low);
+  const uint64_t x1 = static_cast<uint64_t>(high) + static_cast<uint64_t>(low >> 64);
+  const uint64_t x2 = static_cast<uint64_t>(high >> 64) + (x1 < static_cast<uint64_t>(high));
+
+  const int top = 190 + static_cast<int>(x2 >> 63);  // X's highest set bit
+  const int64_t base = q + t.e - shift;              // bit 0 of X weighs 2^base
+  if (top + base > 1023) {                           // at least 2^1024
+    *out = std::bit_cast<double>(kInfinityBits | sign);
+    return true;
+  }
+  // The lowest bit the double keeps: 52 below the top, or 2^-1074.
+  const int64_t kept = std::max<int64_t>(top - 52, -1074 - base);
+  if (kept > 191) return false;  // all of X lies below the smallest subnormal
+  const int k = static_cast<int>(kept - 128);  // 10 to 63: the kept bits are all in x2
+  uint64_t m = x2 >> k;
+  const uint64_t rest = x2 & ((uint64_t{1} << k) - 1);
+  const uint64_t half = uint64_t{1} << (k - 1);
+  bool up;
+  if (q >= 0 && q <= kPow5ExactMax) {
+    up = rest > half || (rest == half && ((x1 | x0) != 0 || (m & 1) != 0));
+  } else {
+    // The true value lies above X and below X + w: at or above the halfway
+    // point when X is, and below it when X + w stays below, which can fail
+    // only when rest is one short of half and x1 is all ones.
+    if (rest + 1 == half && x1 == ~uint64_t{0}) return false;
+    up = rest >= half;
+  }
+  m += up;
+  int64_t lowest = kept + base;  // the weight of m's lowest bit, as a power of two
+  if (m >> 53) {                 // rounding carried into a 54th bit
+    m >>= 1;
+    ++lowest;
+  }
+  uint64_t bits = m;  // a subnormal: lowest is -1074 and the exponent field 0
+  if (m >> 52) {
+    const int64_t field = lowest + 52 + 1023;
+    bits = field >= 2047 ? kInfinityBits : static_cast<uint64_t>(field) << 52 | (m & kFractionMask);
+  }
+  *out = std::bit_cast<double>(bits | sign);
+  return true;
+}
+
+bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t exponent, bool neg,
+                         double* out) {
+  const char* s = digits;
+  while (s < mant_end && (*s == '0' || *s == '.')) ++s;  // leading zeros carry no digit
+  uint64_t w = 0;
+  int taken = 0;
+  for (; s < mant_end && taken < 19; ++s) {
+    if (*s == '.') continue;
+    w = 10 * w + static_cast<uint64_t>(*s - '0');
+    ++taken;
+  }
+  // The digits after the first 19: how many (they scale w) and whether any is
+  // not a zero (then the number lies strictly between w and w + 1 units).
+  int64_t dropped = 0;
+  bool sticky = false;
+  for (; s < mant_end; ++s) {
+    if (*s == '.') continue;
+    ++dropped;
+    sticky |= *s != '0';
+  }
+  if (!sticky) return parse_exact_product(w, exponent + dropped, neg, out);
+  double below;
+  double above;
+  if (!parse_exact_product(w, exponent + dropped, neg, &below) ||
+      !parse_exact_product(w + 1, exponent + dropped, neg, &above) ||
+      std::bit_cast<uint64_t>(below) != std::bit_cast<uint64_t>(above))
+    return false;
+  *out = below;
+  return true;
+}
 
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out) {
   double v;

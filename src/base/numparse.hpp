@@ -6,8 +6,11 @@
 // integer times an exact power of ten are converted here with one IEEE
 // multiplication or division (Clinger's fast path); both operands are exact,
 // so the one rounding of that operation is the correct rounding strtod gives.
-// Every other decimal goes to std::from_chars (also correctly rounded), and
-// whatever from_chars does not take the same way goes to strtod itself.
+// Every other decimal is converted by one product of its digits with a
+// 128-bit power of five (the Eisel-Lemire method), which decides the correct
+// rounding nearly always; the rare product that cannot decide goes to
+// std::from_chars (also correctly rounded), and whatever from_chars does not
+// take the same way goes to strtod itself.
 //
 // The text must end with a zero byte; nothing beyond it is ever read.
 //
@@ -92,6 +95,20 @@ inline const char* read_digits(const char* s, uint64_t& mant) {
 // exactly: from_chars, or strtod from p when from_chars refuses it.
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out);
 
+// The correctly rounded double nearest w * 10^q (negated when neg), by one
+// 64 x 128-bit product with a power of five. False, with out untouched, in
+// the rare cases the product cannot decide (the value lies too near a
+// rounding boundary, or far below the smallest subnormal); then another
+// method must.
+bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out);
+
+// The same for a digit string of more than 19 digits, from digits to
+// mant_end (a point may stand among them), whose value times 10^exponent is
+// the number: its first 19 significant digits w give the answer when w and
+// w + 1 round to the same double.
+bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t exponent, bool neg,
+                         double* out);
+
 // Anything that is not a plain decimal (white space, inf, nan, hexadecimal,
 // no digits at all): strtod decides.
 const char* parse_with_strtod(const char* p, double* out);
@@ -123,6 +140,7 @@ inline const char* parse_double_as(const char* p, double* out) {
     ndigits += s - frac;
   }
   if (ndigits == 0) return parse_with_strtod(p, out);
+  const char* mant_end = s;
 
   // An exponent counts only with at least one digit: "1e" and "1e+" end before the 'e'.
   if ((*s | 0x20) == 'e') {
@@ -145,6 +163,9 @@ inline const char* parse_double_as(const char* p, double* out) {
     *out = std::bit_cast<double>(std::bit_cast<uint64_t>(v) | uint64_t{neg} << 63);
     return s;
   }
+  if (ndigits <= 19 ? parse_exact_product(mant, exponent, neg, out)
+                    : parse_long_mantissa(digits, mant_end, exponent, neg, out))
+    return s;
   return parse_decimal_slow(p, num, s, out);
 }
 

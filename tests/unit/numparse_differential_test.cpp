@@ -3,7 +3,8 @@
 // texts has its own fixed seed, so a failure reproduces on every run.
 //
 // KOLV_DIFF_COUNT sets the total number of texts (default 5,000,000), shared
-// among the families by weight; KOLV_DIFF_SEED varies the seeds.
+// among the families by weight; KOLV_DIFF_LONG_COUNT the same for the long
+// forms (default 10,000,000); KOLV_DIFF_SEED varies the seeds.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -386,6 +387,98 @@ void gen_exponent_extremes(Rng& r, std::string& s) {
   add_junk(r, s);
 }
 
+// --- the long forms: texts the exact shortcut cannot take ---------------------
+
+// Random doubles printed with their 17 significant digits (the shortest form
+// that always reads back), and random 17-digit mantissas with exponents to
+// +-300.
+void gen_seventeen_digits(Rng& r, std::string& s) {
+  if (chance(r, 50)) {
+    s += printed(chance(r, 50) ? "%.16e" : "%.17g", random_finite(r));
+  } else {
+    add_sign(r, s);
+    s += static_cast<char>('1' + below(r, 9));
+    if (chance(r, 70)) s += '.';
+    add_digits(r, s, 16);
+    add_exponent(r, s, -300, 300);
+  }
+  add_junk(r, s);
+}
+
+// Mantissas of exactly 19 or 20 significant digits (the largest that a 64-bit
+// integer holds, and one more), sometimes behind leading zeros, with any
+// exponent of the double range and a little beyond.
+void gen_nineteen_twenty(Rng& r, std::string& s) {
+  add_sign(r, s);
+  if (chance(r, 20)) s.append(static_cast<size_t>(between(r, 1, 5)), '0');
+  std::string digits(1, static_cast<char>('1' + below(r, 9)));
+  add_digits(r, digits, chance(r, 50) ? 18 : 19);
+  if (chance(r, 10)) digits.replace(1, 18, 18, chance(r, 50) ? '9' : '0');  // near powers of ten
+  const int point = chance(r, 60) ? between(r, 0, static_cast<int>(digits.size())) : -1;
+  if (point >= 0) digits.insert(static_cast<size_t>(point), 1, '.');
+  s += digits;
+  add_exponent(r, s, -345, 310);
+  add_junk(r, s);
+}
+
+// Decimals of 25 significant digits, with and without an exponent.
+void gen_twenty_five_digits(Rng& r, std::string& s) {
+  add_sign(r, s);
+  std::string digits;
+  add_digits(r, digits, 25);
+  digits.insert(static_cast<size_t>(between(r, 0, 25)), 1, '.');
+  s += digits;
+  if (chance(r, 60)) add_exponent(r, s, -330, 300);
+  add_junk(r, s);
+}
+
+// Subnormal doubles and texts around the smallest ones: printed subnormals,
+// random mantissas with exponents from -300 to -330, and values that round
+// to zero or to the smallest subnormal.
+void gen_subnormals(Rng& r, std::string& s) {
+  switch (below(r, 3)) {
+    case 0: {
+      const double d = std::bit_cast<double>(below(r, uint64_t{1} << 52) + 1);
+      s += printed_prec("%.*e", between(r, 0, 25), chance(r, 50) ? d : -d);
+      break;
+    }
+    case 1:
+      add_sign(r, s);
+      add_digits(r, s, between(r, 1, 22));
+      add_exponent(r, s, -330, -300);
+      break;
+    default: {  // 2.4703282292062327e-324 is half the smallest subnormal
+      add_sign(r, s);
+      s += chance(r, 50) ? "2.47032822920623272" : "4.9406564584124654";
+      add_digits(r, s, between(r, 0, 30));
+      s += "e-324";
+      break;
+    }
+  }
+  add_junk(r, s);
+}
+
+// Values at the top of the range: DBL_MAX and its neighbours, the halfway
+// point to the next power of two (which overflows), and beyond.
+void gen_overflow(Rng& r, std::string& s) {
+  add_sign(r, s);
+  switch (below(r, 3)) {
+    case 0:
+      s += printed_prec("%.*e", between(r, 0, 25), chance(r, 50) ? DBL_MAX : std::nextafter(DBL_MAX, 0.0));
+      break;
+    case 1:  // 1.7976931348623158e308 rounds down, ...159e308 up to infinity
+      s += chance(r, 50) ? "1.797693134862315708" : "1.797693134862315807";
+      add_digits(r, s, between(r, 0, 30));
+      s += "e308";
+      break;
+    default:
+      add_digits(r, s, between(r, 1, 20));
+      add_exponent(r, s, 290, 330);
+      break;
+  }
+  add_junk(r, s);
+}
+
 // Leading white space, infinity and NaN spellings, hexadecimal floats.
 void gen_special_forms(Rng& r, std::string& s) {
   if (chance(r, 30)) {
@@ -501,9 +594,9 @@ uint64_t name_hash(const char* name) {
 
 class NumparseDifferential : public ::testing::TestWithParam<Family> {};
 
-TEST_P(NumparseDifferential, SameEndAndBitsAsStrtod) {
-  const Family& f = GetParam();
-  const uint64_t count = total_count() * static_cast<uint64_t>(f.weight) / 100;
+// Runs count texts of the family through strtod and parse_double, failing on
+// the first ten that differ in end or bits.
+void expect_same_as_strtod(const Family& f, uint64_t count) {
   Rng rng(base_seed() ^ name_hash(f.name));
   PageEndBuffer buf;
   std::string text;
@@ -538,7 +631,42 @@ TEST_P(NumparseDifferential, SameEndAndBitsAsStrtod) {
   }
 }
 
+TEST_P(NumparseDifferential, SameEndAndBitsAsStrtod) {
+  const Family& f = GetParam();
+  expect_same_as_strtod(f, total_count() * static_cast<uint64_t>(f.weight) / 100);
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, NumparseDifferential, ::testing::ValuesIn(kFamilies),
+                         [](const ::testing::TestParamInfo<Family>& param_info) {
+                           return std::string(param_info.param.name);
+                         });
+
+// The long forms, with a count of their own: KOLV_DIFF_LONG_COUNT (default
+// 10,000,000) shared among them by weight. These are the texts the product
+// method converts, and its fallbacks.
+const Family kLongFamilies[] = {
+    {"SeventeenDigits", 25, gen_seventeen_digits, 100},
+    {"NineteenTwentyDigits", 20, gen_nineteen_twenty, 100},
+    {"TwentyFiveDigits", 15, gen_twenty_five_digits, 100},
+    {"LongHalfwayPoints", 10, gen_halfway, 100},
+    {"LongSubnormals", 10, gen_subnormals, 100},
+    {"LongOverflow", 10, gen_overflow, 100},
+    {"LongExponentExtremes", 10, gen_exponent_extremes, 100},
+};
+
+uint64_t long_count() {
+  const char* v = std::getenv("KOLV_DIFF_LONG_COUNT");
+  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : 10000000;
+}
+
+class NumparseLongForms : public ::testing::TestWithParam<Family> {};
+
+TEST_P(NumparseLongForms, SameEndAndBitsAsStrtod) {
+  const Family& f = GetParam();
+  expect_same_as_strtod(f, long_count() * static_cast<uint64_t>(f.weight) / 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(LongForms, NumparseLongForms, ::testing::ValuesIn(kLongFamilies),
                          [](const ::testing::TestParamInfo<Family>& param_info) {
                            return std::string(param_info.param.name);
                          });
