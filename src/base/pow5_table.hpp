@@ -17,6 +17,7 @@ inline constexpr int kPow5Min = -342;
 inline constexpr int kPow5Max = 308;
 inline constexpr int kPow5ExactMax = 55;
 
+// clang-format off
 inline constexpr Pow5 kPow5[651] = {
     {0xEEF453D6923BD65Au, 0x113FAA2906A13B3Fu, -922},  // 5^-342
     {0x9558B4661B6565F8u, 0x4AC7CA59A424C507u, -919},  // 5^-341
@@ -670,5 +671,6 @@ inline constexpr Pow5 kPow5[651] = {
     {0xE3D8F9E563A198E5u, 0x58180FDDD97723A6u, 585},  // 5^307
     {0x8E679C2F5E44FF8Fu, 0x570F09EAA7EA7648u, 588},  // 5^308
 };
+// clang-format on
 
 }  // namespace kolv::numparse_detail

@@ -48,6 +48,7 @@ def main():
     print(f"inline constexpr int kPow5Max = {HIGH};")
     print(f"inline constexpr int kPow5ExactMax = {exact_max};")
     print()
+    print("// clang-format off")
     print(f"inline constexpr Pow5 kPow5[{HIGH - LOW + 1}] = {{")
     mask = (1 << 64) - 1
     for q in range(LOW, HIGH + 1):
@@ -55,6 +56,7 @@ def main():
         assert (1 << 127) <= t < (1 << 128)
         print(f"    {{0x{t >> 64:016X}u, 0x{t & mask:016X}u, {e}}},  // 5^{q}")
     print("};")
+    print("// clang-format on")
     print()
     print("}  // namespace kolv::numparse_detail")
 
