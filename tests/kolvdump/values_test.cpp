@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 
 namespace {
@@ -177,6 +180,57 @@ TEST(KolvdumpValues, EscapingForTheTextView) {
   EXPECT_EQ(kolvdump::escape_text("\xE9t\xE9"), "\\xE9t\\xE9");  // Latin-1
   EXPECT_EQ(kolvdump::escape_text("\xC0\x80"), "\\xC0\\x80");    // overlong
   EXPECT_EQ(kolvdump::shown_width("Z\xC3\xBCrich"), 6u);
+}
+
+}  // namespace
+
+namespace {
+
+// What std::to_chars gives for a double, in the notation kolvdump uses for
+// its magnitude: plain digits from 0.00001 up to below 1e16, else exponent.
+std::string reference(double d) {
+  char text[64];
+  double m = d < 0 ? -d : d;
+  auto format =
+      m == 0 || (m >= 1e-5 && m < 1e16) ? std::chars_format::fixed : std::chars_format::scientific;
+  return std::string(text, std::to_chars(text, text + sizeof text, d, format).ptr);
+}
+
+TEST(KolvdumpValues, QuickDigitsAgreeWithToCharsOnDecimalsAndRandomBits) {
+  // Decimals of 1 to 17 digits at every scale kolvdump writes plainly, read
+  // as kolv reads them (strtod), and random bit patterns of every magnitude.
+  std::mt19937_64 random(20261124);
+  int checked = 0;
+  for (int i = 0; i < 400000; ++i) {
+    int digits = 1 + static_cast<int>(random() % 17);
+    uint64_t mantissa = random() % 100000000000000000ULL;
+    char text[64];
+    std::snprintf(
+        text, sizeof text, "%s%llue%d", i % 2 ? "-" : "",
+        static_cast<unsigned long long>(mantissa % static_cast<uint64_t>(std::pow(10.0, digits))),
+        static_cast<int>(random() % 28) - 22);
+    double d = std::strtod(text, nullptr);
+    ASSERT_EQ(number(of_double(d), 8), reference(d)) << text;
+    ++checked;
+  }
+  for (int i = 0; i < 400000; ++i) {
+    uint64_t bits = random();
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    if (d != d) continue;
+    ASSERT_EQ(number(of_bits(bits, 8), 8), reference(d)) << std::hex << bits;
+    ++checked;
+  }
+  // Edges of the quick way: powers of ten and their neighbours.
+  for (int e = -7; e <= 17; ++e) {
+    double p = std::pow(10.0, e);
+    for (double d :
+         {p, std::nextafter(p, 0.0), std::nextafter(p, 1e300), 9.5 * p, 0.99999999999999 * p}) {
+      ASSERT_EQ(number(of_double(d), 8), reference(d)) << d;
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 700000);
 }
 
 }  // namespace

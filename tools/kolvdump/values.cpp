@@ -69,6 +69,20 @@ size_t text_length(const uint8_t* element) {
 }
 
 bool numeric_holds_text(const uint8_t* element) {
+  // Most numbers fail at the first test: the top byte of a negative double
+  // is not printable ASCII, nor is that of most magnitudes.
+  const uint8_t top = element[7];
+  if (top != 0) {
+    for (size_t i = 0; i < 8; ++i) {
+      if (element[i] < 0x20 || element[i] > 0x7E) return false;
+    }
+    double value;
+    std::memcpy(&value, element, sizeof value);
+    if (!(value - value == 0)) return false;  // an infinity or a NaN
+    char text[kCellRoom];
+    char* end = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr;
+    return significant_digits(text, end) >= 16;
+  }
   size_t n = text_length(element);
   if (n == 0) return false;
   for (size_t i = 0; i < n; ++i) {
@@ -77,13 +91,7 @@ bool numeric_holds_text(const uint8_t* element) {
   for (size_t i = n; i < 8; ++i) {
     if (element[i] != 0) return false;
   }
-  if (n < 8) return true;
-  double value;
-  std::memcpy(&value, element, sizeof value);
-  if (!(value - value == 0)) return false;  // an infinity or a NaN
-  char text[kCellRoom];
-  char* end = std::to_chars(text, text + sizeof text, value).ptr;
-  return significant_digits(text, end) >= 16;
+  return true;
 }
 
 CellKind classify(const uint8_t* element, uint32_t width, bool character) {
@@ -114,6 +122,92 @@ char* shortest(T value, char* to, char* last) {
   return std::to_chars(to, last, value, std::chars_format::scientific).ptr;
 }
 
+// Powers of ten: 1e0 to 1e22 are exact doubles; 1e-5 to 1e-1 serve only as
+// bounds for the decimal exponent.
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr double kPow10Negative[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1};
+
+double pow10_bound(int exponent) {
+  return exponent >= 0 ? kPow10[exponent] : kPow10Negative[exponent + 5];
+}
+
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Writes `n` (below 10000) as exactly 4 digits.
+void put4(uint64_t n, char* to) {
+  std::memcpy(to, kDigitPairs + 2 * (n / 100), 2);
+  std::memcpy(to + 2, kDigitPairs + 2 * (n % 100), 2);
+}
+
+// Writes `n` (10^14 <= n < 10^15) as its 15 digits, in short independent
+// steps rather than one long chain of divisions.
+void put15(uint64_t n, char* to) {
+  uint64_t high = n / 100000000;  // 7 digits
+  uint64_t low = n % 100000000;   // 8 digits
+  uint64_t high3 = high / 10000;
+  to[0] = static_cast<char>('0' + high3 / 100);
+  std::memcpy(to + 1, kDigitPairs + 2 * (high3 % 100), 2);
+  put4(high % 10000, to + 3);
+  put4(low / 10000, to + 7);
+  put4(low % 10000, to + 11);
+}
+
+// The quick way for the doubles of ordinary data, which were read from
+// decimals of at most 15 significant digits. If the shortest text of
+// `value` has at most 15 digits, rounding the value to 15 digits gives those
+// digits followed by zeros (two such decimals cannot read back to the same
+// double), so they are found by one multiplication; the division back must
+// give the value exactly, as it is rounded the way reading the text is.
+// Returns null, leaving the work to std::to_chars, for a value that needs
+// 16 or 17 digits and for magnitudes outside 0.00001 to 1e15.
+char* shortest_double(double value, char* to) {
+  double magnitude = value < 0 ? -value : value;
+  if (!(magnitude >= 1e-5 && magnitude < 1e15)) return nullptr;
+  uint64_t bits;
+  std::memcpy(&bits, &magnitude, sizeof bits);
+  // floor(log10(2) * binary exponent), then one step up where needed.
+  int binary = static_cast<int>(bits >> 52) - 1023;
+  int exponent = (binary * 78913) >> 18;
+  if (exponent < 14 && magnitude >= pow10_bound(exponent + 1)) ++exponent;
+  if (exponent < -5) return nullptr;
+  const int places = 14 - exponent;  // 15 significant digits
+  // Round to an integer: below 2^52, adding and taking away 2^52 does it.
+  constexpr double kTwo52 = 4503599627370496.0;
+  double digits = (magnitude * kPow10[places] + kTwo52) - kTwo52;
+  if (!(digits >= 1e14 && digits < 1e15) || digits / kPow10[places] != magnitude) return nullptr;
+  auto n = static_cast<uint64_t>(digits);
+  char text[16];
+  put15(n, text);
+  int count = 15;
+  int fraction = places;  // digits after the decimal point
+  while (fraction > 0 && text[count - 1] == '0') {
+    --count;
+    --fraction;
+  }
+  if (value < 0) *to++ = '-';
+  if (fraction == 0) {
+    std::memcpy(to, text, static_cast<size_t>(count));
+    return to + count;
+  }
+  if (fraction >= count) {  // 0.000ddd
+    *to++ = '0';
+    *to++ = '.';
+    std::memset(to, '0', static_cast<size_t>(fraction - count));
+    to += fraction - count;
+    std::memcpy(to, text, static_cast<size_t>(count));
+    return to + count;
+  }
+  std::memcpy(to, text, static_cast<size_t>(count - fraction));
+  to += count - fraction;
+  *to++ = '.';
+  std::memcpy(to, text + count - fraction, static_cast<size_t>(fraction));
+  return to + fraction;
+}
+
 }  // namespace
 
 char* format_number(const uint8_t* element, uint32_t width, char* to) {
@@ -131,6 +225,7 @@ char* format_number(const uint8_t* element, uint32_t width, char* to) {
       double value;
       uint64_t bits = load64(element);
       std::memcpy(&value, &bits, sizeof value);
+      if (char* end = shortest_double(value, to)) return end;
       return shortest(value, to, last);
     }
   }

@@ -30,11 +30,11 @@ uint64_t load64(const uint8_t* at);
 size_t text_length(const uint8_t* element);
 
 // Whether an 8-byte element of a numeric variable holds character data that
-// kolv stored in place of a number: 1 to 7 text bytes followed by zero bytes
-// (read as a double, a value below 2.5e-306 that no ordinary field gives), or
-// 8 text bytes whose double needs 16 or 17 significant digits (a number read
-// from text of at most 15 digits never does). Text bytes are 0x20-0x7E and
-// 0x80-0xFF.
+// kolv stored in place of a number: 1 to 7 text bytes (0x20-0x7E and
+// 0x80-0xFF) followed by zero bytes (read as a double, a value below
+// 2.5e-306 that no ordinary field gives), or 8 printable ASCII bytes
+// (0x20-0x7E) whose double needs 16 or 17 significant digits (a number read
+// from text of at most 15 digits never does).
 bool numeric_holds_text(const uint8_t* element);
 
 // What one element of `width` bytes (2, 4 or 8) holds; `character` says the
