@@ -73,9 +73,14 @@ bool numeric_holds_text(const uint8_t* element) {
   // is not printable ASCII, nor is that of most magnitudes.
   const uint8_t top = element[7];
   if (top != 0) {
-    for (size_t i = 0; i < 8; ++i) {
-      if (element[i] < 0x20 || element[i] > 0x7E) return false;
-    }
+    // All eight bytes in 0x20-0x7E, tested together: no byte below 0x20 and
+    // none above 0x7E.
+    uint64_t x;
+    std::memcpy(&x, element, sizeof x);
+    constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
+    bool below = ((x - kOnes * 0x20) & ~x & kHigh) != 0;
+    bool above = (((x + kOnes * (0x7F - 0x7E)) | x) & kHigh) != 0;
+    if (below || above) return false;
     double value;
     std::memcpy(&value, element, sizeof value);
     if (!(value - value == 0)) return false;  // an infinity or a NaN
@@ -122,15 +127,12 @@ char* shortest(T value, char* to, char* last) {
   return std::to_chars(to, last, value, std::chars_format::scientific).ptr;
 }
 
-// Powers of ten: 1e0 to 1e22 are exact doubles; 1e-5 to 1e-1 serve only as
-// bounds for the decimal exponent.
+// Powers of ten: 1e0 to 1e22 are exact doubles.
 constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                              1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr double kPow10Negative[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1};
-
-double pow10_bound(int exponent) {
-  return exponent >= 0 ? kPow10[exponent] : kPow10Negative[exponent + 5];
-}
+// 10^e for e = -5 to 15, as bounds for the decimal exponent.
+constexpr double kExponentBound[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1e0,  1e1,  1e2,  1e3,  1e4, 1e5,
+                                     1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
 
 constexpr char kDigitPairs[] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
@@ -171,9 +173,9 @@ char* shortest_double(double value, char* to) {
   std::memcpy(&bits, &magnitude, sizeof bits);
   // floor(log10(2) * binary exponent), then one step up where needed.
   int binary = static_cast<int>(bits >> 52) - 1023;
-  int exponent = (binary * 78913) >> 18;
-  if (exponent < 14 && magnitude >= pow10_bound(exponent + 1)) ++exponent;
-  if (exponent < -5) return nullptr;
+  int exponent = (binary * 78913) >> 18;  // -6 to 14 here
+  exponent += magnitude >= kExponentBound[exponent + 6] ? 1 : 0;
+  if (exponent < -5 || exponent > 14) return nullptr;
   const int places = 14 - exponent;  // 15 significant digits
   // Round to an integer: below 2^52, adding and taking away 2^52 does it.
   constexpr double kTwo52 = 4503599627370496.0;
@@ -182,12 +184,20 @@ char* shortest_double(double value, char* to) {
   auto n = static_cast<uint64_t>(digits);
   char text[16];
   put15(n, text);
-  int count = 15;
-  int fraction = places;  // digits after the decimal point
-  while (fraction > 0 && text[count - 1] == '0') {
-    --count;
-    --fraction;
+  // Trailing zeros, eight digits at a time: the last digit is the highest
+  // byte of a little-endian load.
+  uint64_t tail;
+  std::memcpy(&tail, text + 7, sizeof tail);
+  tail ^= 0x3030303030303030ULL;
+  int zeros = tail == 0 ? 8 : __builtin_clzll(tail) / 8;
+  if (zeros == 8) {
+    uint64_t head;
+    std::memcpy(&head, text, sizeof head);  // digits 0-7; digit 7 counted already
+    head = (head ^ 0x3030303030303030ULL) & 0x00FFFFFFFFFFFFFFULL;
+    zeros += head == 0 ? 7 : __builtin_clzll(head) / 8 - 1;
   }
+  const int fraction = places < zeros ? 0 : places - zeros;  // digits after the point
+  const int count = 15 - (places - fraction);
   if (value < 0) *to++ = '-';
   if (fraction == 0) {
     std::memcpy(to, text, static_cast<size_t>(count));
