@@ -9,6 +9,11 @@
 #
 #   bench/run.sh [-r RUNS] [-n ROWS] [-s]   (defaults: 5 runs, 1,000,000 rows)
 #
+# Reading back: kolvdump --csv and kolvdump's text view (both to /dev/null) of
+# the data set that "kolv soft, D" makes are timed in the same rounds and
+# printed as ratios to that conversion; the CSV, converted again by kolv,
+# must give the same doubles.
+#
 # Then it converts a 1 GB soft-delimited input once (soft.txt repeated) and
 # reports kolv's peak memory there; -s skips that step.
 #
@@ -37,13 +42,14 @@ echo "== building kolv and the bench tools (Release) in $build"
 mkdir -p "$build"
 log=$build/bench-build.log
 if ! { cmake -S "$repo" -B "$build" "${gen[@]}" -DCMAKE_BUILD_TYPE=Release -DKOLV_BENCH=ON -DKOLV_TESTS=OFF &&
-        cmake --build "$build" -j 2 --target kolv gen_corpus strtod_loop fromchars_loop bench_compare; } > "$log" 2>&1; then
+        cmake --build "$build" -j 2 --target kolv kolvdump gen_corpus strtod_loop fromchars_loop bench_compare; } > "$log" 2>&1; then
   tail -n 30 "$log" >&2
   echo "bench/run.sh: the build failed (whole log: $log)" >&2
   exit 1
 fi
 rm -f "$log"
 kolv=$build/kolv
+kolvdump=$build/kolvdump
 bin=$build/bench
 [[ -x /usr/bin/time ]] || { echo "bench/run.sh needs /usr/bin/time (Debian: apt-get install time)" >&2; exit 1; }
 
@@ -105,6 +111,9 @@ job "kolv comma, OUTVAR 5 of 10" comma.csv  comma "$kolv comma_sel.cmd -noc"
 job "kolv packed, D"             packed.txt soft  "$kolv packed_d.cmd -noc"
 job "kolv mixed, D"              mixed.txt  soft  "$kolv mixed_d.cmd -noc"
 job "kolv long forms, D"         long.txt   long  "$kolv long_d.cmd -noc"
+# After "kolv soft, D" in every round, so its data set is there to read.
+job "kolvdump --csv"             soft.txt   soft  "$kolvdump --csv soft_d.dat > /dev/null"
+job "kolvdump text view"         soft.txt   soft  "$kolvdump soft_d.dat > /dev/null"
 
 # --- timing: round by round, so that a busy moment of the machine falls on
 # every job alike ------------------------------------------------------------
@@ -152,6 +161,14 @@ for (( j = 0; j < njobs; j++ )); do
     "from_chars loop, "*) check[$j]="identical" ;;
     numpy*) cmp -s np_soft.bin ref_soft.bin && check[$j]="identical" || check[$j]="differs" ;;
     pandas*) cmp -s pd_comma.bin ref_comma.bin && check[$j]="identical" || check[$j]="differs" ;;
+    "kolvdump --csv")
+      # The CSV read back by kolv gives the strtod loop's doubles again.
+      "$kolvdump" --csv --no-header soft_d.dat > back.csv
+      printf '%s\n' 'INPUT back.csv; OUTPUT back_d; INVAR DELIMIT(\R) x[1:10];' > back_d.cmd
+      "$kolv" back_d.cmd -noc > /dev/null
+      verify $j back_d.dat ref_soft.bin 10
+      rm -f back.csv back_d.dat ;;
+    "kolvdump text view") check[$j]="-" ;;
     *) check[$j]="reference" ;;
   esac
 done
@@ -173,12 +190,26 @@ echo
 printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' conversion "input MB" "median s" "MB/s" "x from_chars" "x strtod" "peak MiB" "values"
 printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' ---------- -------- -------- ---- ------------ -------- -------- ------
 for (( j = 0; j < njobs; j++ )); do
+  [[ ${names[j]} == kolvdump* ]] && continue
   bytes=$(stat -c %s "${inputs[j]}")
   fc=${med[$(idx "from_chars loop, ${refs[j]}")]}
   sd=${med[$(idx "strtod loop, ${refs[j]}")]}
   peak=$(tr ' ' '\n' <<< "${rss[$j]}" | grep . | sort -n | tail -n 1)
   awk -v n="${names[j]}" -v b="$bytes" -v t="${med[$j]}" -v fc="$fc" -v sd="$sd" -v m="$peak" -v c="${check[$j]}" \
     'BEGIN { printf "%-28s %9.1f %9.3f %8.1f %12.2f %10.2f %10.1f  %s\n", n, b / 1e6, t, b / 1e6 / t, t / fc, t / sd, m / 1024, c }'
+done
+
+# --- reading back: kolvdump against the conversion that made its input ------
+conv=${med[$(idx "kolv soft, D")]}
+echo
+echo "reading back soft_d.dat ($(stat -c %s soft_d.dat) bytes, $rows rows of 10 doubles) against \"kolv soft, D\" ($conv s):"
+printf '%-28s %9s %12s %10s  %s\n' "reading" "median s" "x kolv soft" "peak MiB" "values"
+printf '%-28s %9s %12s %10s  %s\n' ------- -------- ----------- -------- ------
+for name in "kolvdump --csv" "kolvdump text view"; do
+  j=$(idx "$name")
+  peak=$(tr ' ' '\n' <<< "${rss[$j]}" | grep . | sort -n | tail -n 1)
+  awk -v n="$name" -v t="${med[$j]}" -v c="$conv" -v m="$peak" -v v="${check[$j]}" \
+    'BEGIN { printf "%-28s %9.3f %12.2f %10.1f  %s\n", n, t, t / c, m / 1024, v }'
 done
 fail=0
 for (( j = 0; j < njobs; j++ )); do [[ ${check[$j]} == DIFFERS ]] && fail=1; done

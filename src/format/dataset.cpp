@@ -1,6 +1,7 @@
 #include "format/dataset.hpp"
 
 #include <cstring>
+#include <utility>
 
 #include "base/fatal.hpp"
 
@@ -63,6 +64,48 @@ void build_header(uint8_t uhout[kHeaderSize], int otyp, int cplx, uint32_t rows,
   store_le32(uhout + kColumnsAt, columns);
 }
 
+bool has_signature(const uint8_t uhout[kHeaderSize]) {
+  return std::memcmp(uhout, kSignatureHead, sizeof kSignatureHead) == 0 &&
+         load_le32(uhout + 16) == 0xFFFFFFFFu;
+}
+
+bool is_version92(const uint8_t* dout) {
+  return load_le32(dout + 4) == kV92Mark;
+}
+
+HeaderOrder header_order(const uint8_t uhout[kHeaderSize]) {
+  const uint8_t* check = uhout + kCheckWordAt;
+  if (load_le32(uhout + kOrderFlagAt) != 0) {
+    uint8_t reversed[4] = {check[3], check[2], check[1], check[0]};
+    return load_le32(reversed) == kCheckWord ? HeaderOrder::kReversed : HeaderOrder::kUnrecognised;
+  }
+  return load_le32(check) == kCheckWord ? HeaderOrder::kOwn : HeaderOrder::kUnrecognised;
+}
+
+HeaderFields header_fields(const uint8_t uhout[kHeaderSize]) {
+  HeaderFields f;
+  f.type_code = load_le32(uhout + kTypeCodeAt);
+  f.element_size = load_le32(uhout + kElementSizeAt);
+  f.complex_flag = load_le32(uhout + kComplexAt);
+  f.data_offset = load_le32(uhout + kDataOffsetAt);
+  f.rows = load_le32(uhout + kRowsAt);
+  f.columns = load_le32(uhout + kColumnsAt);
+  return f;
+}
+
+uint32_t element_width(uint32_t type_code, uint32_t element_size) {
+  if ((type_code == kTypeInt16 && element_size == 2) ||
+      (type_code == kTypeFloat && element_size == 4) ||
+      (type_code == kTypeDouble && element_size == 8)) {
+    return element_size;
+  }
+  return 0;
+}
+
+uint64_t data_offset_wide(uint64_t columns) {
+  return kHeaderSize + 33 * columns + (columns % 8 == 0 ? 0 : 8 - columns % 8);
+}
+
 int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
   // A short read leaves the rest of the image zero, never stale bytes.
   std::memset(uhout, 0, kHeaderSize);
@@ -71,28 +114,27 @@ int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
     std::clearerr(stream);
   }
 
-  if (std::memcmp(uhout, kSignatureHead, sizeof kSignatureHead) != 0 ||
-      load_le32(uhout + 16) != 0xFFFFFFFFu) {
+  if (!has_signature(uhout)) {
     uint8_t dout[kV92HeaderSize] = {};
     std::rewind(stream);
     if (std::fread(dout, 1, sizeof dout, stream) < sizeof dout) std::clearerr(stream);
-    if (load_le32(dout + 4) == kV92Mark) {
+    if (is_version92(dout)) {
       getout("kolv -- v92 file format, use morvelix before appending\n");
     }
     reject_unrecognised();
   }
 
+  const HeaderOrder order = header_order(uhout);
   if (load_le32(uhout + kOrderFlagAt) != 0) {
+    // The image keeps the check word as this machine reads it once reversed.
     uint8_t* check = uhout + kCheckWordAt;
-    uint8_t reversed[4] = {check[3], check[2], check[1], check[0]};
-    std::memcpy(check, reversed, sizeof reversed);
-    if (load_le32(check) == kCheckWord) {
-      getout("kolv -- byte order reversed, use morvelix before appending\n");
-    }
-    reject_unrecognised();
+    std::swap(check[0], check[3]);
+    std::swap(check[1], check[2]);
   }
-
-  if (load_le32(uhout + kCheckWordAt) != kCheckWord) reject_unrecognised();
+  if (order == HeaderOrder::kReversed) {
+    getout("kolv -- byte order reversed, use morvelix before appending\n");
+  }
+  if (order == HeaderOrder::kUnrecognised) reject_unrecognised();
   return static_cast<int>(kFileVersion);
 }
 

@@ -54,6 +54,44 @@ inline uint32_t load_le32(const uint8_t* at) {
          static_cast<uint32_t>(at[2]) << 16 | static_cast<uint32_t>(at[3]) << 24;
 }
 
+// The missing-value test of an 8-byte slot: its top 16 bits, sign cleared,
+// exceed 0x7FF0 (all exponent bits set and the top four fraction bits not all
+// zero). Infinities and NaNs whose top four fraction bits are zero are values.
+inline bool slot_is_missing(uint64_t bits) {
+  return ((bits >> 48) & 0x7FFFu) > 0x7FF0u;
+}
+
+// Reading a header image. A version-96 header carries the five signature
+// words; a file that lacks them may be a version-92 data set, whose 40-byte
+// header holds kV92Mark in its second word (`dout` needs 8 bytes).
+bool has_signature(const uint8_t uhout[kHeaderSize]);
+bool is_version92(const uint8_t* dout);
+
+// The byte order a signed header was written in: the writer's own (flag at 20
+// zero, check word 0xABCDEF02), the other one (flag set and the check word
+// reads 0xABCDEF02 once its bytes are reversed), or neither.
+enum class HeaderOrder { kOwn, kReversed, kUnrecognised };
+HeaderOrder header_order(const uint8_t uhout[kHeaderSize]);
+
+// The words of a header that describe the rows.
+struct HeaderFields {
+  uint32_t type_code = 0;
+  uint32_t element_size = 0;
+  uint32_t complex_flag = 0;
+  uint32_t data_offset = 0;
+  uint32_t rows = 0;
+  uint32_t columns = 0;
+};
+HeaderFields header_fields(const uint8_t uhout[kHeaderSize]);
+
+// The element width of a type code and size the format knows (12 with 2,
+// 1004 with 4, 1008 with 8); 0 for any other pair.
+uint32_t element_width(uint32_t type_code, uint32_t element_size);
+
+// data_offset(columns) without 32-bit wrap-around, to compare a header's
+// data offset with what its column count implies.
+uint64_t data_offset_wide(uint64_t columns);
+
 // Zero bytes after the type bytes that bring the data to a multiple of 8.
 uint32_t variable_pad(uint32_t columns);
 

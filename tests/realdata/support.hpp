@@ -90,8 +90,7 @@ struct ExpectedSet {
 void expect_data_set(const std::string& path, const ExpectedSet& expected);
 
 // kolvdump's verdict on a data set: 0 when it reads back whole, 1 when its
-// rows disagree with the header, 2 when it is not a data set; -1 when
-// kolvdump's reader is not built.
+// rows disagree with the header, 2 when it is not a data set.
 int kolvdump_status(const std::string& path);
 
 }  // namespace realdata

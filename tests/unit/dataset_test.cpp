@@ -298,3 +298,76 @@ TEST(HeaderRows, ReadsWordAt80) {
   uhout[83] = 0x80;
   EXPECT_EQ(kolv::header_rows(uhout), 0x8000000Fu);
 }
+
+// ---- header reading shared with kolvdump ----
+
+TEST(HeaderReading, SignatureWordsOneToFive) {
+  Bytes file = table_header(10, 3, 232);
+  EXPECT_TRUE(kolv::has_signature(file.data()));
+  for (size_t at : {0u, 4u, 8u, 12u, 16u}) {
+    Bytes broken = file;
+    broken[at + 1] ^= 0x10;
+    EXPECT_FALSE(kolv::has_signature(broken.data())) << "word at " << at;
+  }
+  Bytes zero(128, 0);
+  EXPECT_FALSE(kolv::has_signature(zero.data()));
+}
+
+TEST(HeaderReading, Version92MarkInTheSecondWord) {
+  Bytes file(40, 0);
+  put32(file, 4, 0xEECACACAu);
+  EXPECT_TRUE(kolv::is_version92(file.data()));
+  put32(file, 4, 0xEECACACBu);
+  EXPECT_FALSE(kolv::is_version92(file.data()));
+}
+
+TEST(HeaderReading, ByteOrder) {
+  Bytes file = table_header(10, 3, 232);
+  EXPECT_EQ(kolv::header_order(file.data()), kolv::HeaderOrder::kOwn);
+  put32(file, 20, 1);
+  EXPECT_EQ(kolv::header_order(file.data()), kolv::HeaderOrder::kUnrecognised);
+  put32(file, 28, 0x02EFCDABu);  // the check word as the other order reads it
+  EXPECT_EQ(kolv::header_order(file.data()), kolv::HeaderOrder::kReversed);
+  put32(file, 20, 0);
+  EXPECT_EQ(kolv::header_order(file.data()), kolv::HeaderOrder::kUnrecognised);
+  // The image is only read.
+  EXPECT_EQ(kolv::load_le32(file.data() + 28), 0x02EFCDABu);
+}
+
+TEST(HeaderReading, FieldsOfABuiltHeader) {
+  uint8_t built[128];
+  kolv::build_header(built, 4, 2, 0x01020304u, 9);
+  kolv::HeaderFields f = kolv::header_fields(built);
+  EXPECT_EQ(f.type_code, 1004u);
+  EXPECT_EQ(f.element_size, 4u);
+  EXPECT_EQ(f.complex_flag, 1u);
+  EXPECT_EQ(f.data_offset, 128u + 9 * 33 + 7);
+  EXPECT_EQ(f.rows, 0x01020304u);
+  EXPECT_EQ(f.columns, 9u);
+}
+
+TEST(HeaderReading, ElementWidthsOfKnownTypes) {
+  EXPECT_EQ(kolv::element_width(12, 2), 2u);
+  EXPECT_EQ(kolv::element_width(1004, 4), 4u);
+  EXPECT_EQ(kolv::element_width(1008, 8), 8u);
+  EXPECT_EQ(kolv::element_width(1008, 4), 0u);
+  EXPECT_EQ(kolv::element_width(12, 8), 0u);
+  EXPECT_EQ(kolv::element_width(0, 0), 0u);
+}
+
+TEST(HeaderReading, WideDataOffsetAgreesAndDoesNotWrap) {
+  for (uint32_t n : {0u, 1u, 3u, 8u, 9u, 1000u}) {
+    EXPECT_EQ(kolv::data_offset_wide(n), kolv::data_offset(n)) << n;
+  }
+  // 128 + 33 * 4294967295 + 1 pad byte.
+  EXPECT_EQ(kolv::data_offset_wide(0xFFFFFFFFu), 141733920864ull);
+}
+
+TEST(HeaderReading, MissingSlotTest) {
+  EXPECT_TRUE(kolv::slot_is_missing(kolv::kMissvalBits));
+  EXPECT_TRUE(kolv::slot_is_missing(0x7FF1000000000000ULL));
+  EXPECT_TRUE(kolv::slot_is_missing(0xFFFF000000000000ULL));   // sign cleared first
+  EXPECT_FALSE(kolv::slot_is_missing(0x7FF0000000000000ULL));  // +infinity
+  EXPECT_FALSE(kolv::slot_is_missing(0x7FF0FFFFFFFFFFFFULL));  // NaN, top fraction bits 0
+  EXPECT_FALSE(kolv::slot_is_missing(0x3FF0000000000000ULL));  // 1.0
+}

@@ -1,3 +1,5 @@
+// kolvdump's whole run in-process: arguments, reading, every view and the
+// messages and exit statuses, on data sets written byte by byte.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -8,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "kolvdump/dump.hpp"
+#include "kolvdump/cli.hpp"
 
 namespace {
 
@@ -16,7 +18,8 @@ using Bytes = std::vector<uint8_t>;
 
 void put32(Bytes& b, size_t at, uint32_t v) {
   if (b.size() < at + 4) b.resize(at + 4, 0);
-  for (int i = 0; i < 4; ++i) b[at + static_cast<size_t>(i)] = static_cast<uint8_t>((v >> (8 * i)) & 0xFF);
+  for (int i = 0; i < 4; ++i)
+    b[at + static_cast<size_t>(i)] = static_cast<uint8_t>((v >> (8 * i)) & 0xFF);
 }
 
 void append16(Bytes& b, uint16_t v) {
@@ -161,130 +164,18 @@ std::string sp(size_t n) {
   return std::string(n, ' ');
 }
 
-const char* const kUsage = "usage: kolvdump [--csv] [--header-only] FILE\n";
+const char* const kUsage = "usage: kolvdump [OPTION]... FILE\n";
 
 }  // namespace
 
-// ---- element formatting ----
-
-TEST(KolvdumpFormat, DoublesUseSeventeenDigits) {
-  Bytes b;
-  append_double(b, 1.5);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "1.5");
-  b.clear();
-  append_double(b, 0.1);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "0.10000000000000001");
-  b.clear();
-  append_double(b, -1e300);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "-1.0000000000000001e+300");
-  b.clear();
-  append_double(b, 0.0);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "0");
-}
-
-TEST(KolvdumpFormat, DoubleMissingTestOnTopSixteenBits) {
-  Bytes b;
-  append64(b, kMissval);  // 00 00 00 00 FF FF FF 7F
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), ".");
-  EXPECT_TRUE(kolvdump::double_is_missing(0x7FF1000000000000ULL));
-  EXPECT_TRUE(kolvdump::double_is_missing(0x7FF8000000000000ULL));
-  EXPECT_TRUE(kolvdump::double_is_missing(0xFFFF000000000000ULL));   // sign bit cleared first
-  EXPECT_FALSE(kolvdump::double_is_missing(0x7FF0000000000000ULL));  // +infinity
-  EXPECT_FALSE(kolvdump::double_is_missing(0xFFF0000000000000ULL));  // -infinity
-  EXPECT_FALSE(kolvdump::double_is_missing(0x7FF0FFFFFFFFFFFFULL));  // NaN, top fraction bits 0
-  EXPECT_FALSE(kolvdump::double_is_missing(0x3FF0000000000000ULL));
-  b.clear();
-  append64(b, 0x7FF0000000000000ULL);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "inf");
-  b.clear();
-  append64(b, 0xFFF0000000000000ULL);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "-inf");
-  b.clear();
-  append64(b, 0x7FF0000000000001ULL);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 8, false), "nan");
-}
-
-TEST(KolvdumpFormat, FloatsUseNineDigits) {
-  Bytes b;
-  append_float(b, 1.1f);  // 1.10000002384185791015625
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), "1.10000002");
-  b.clear();
-  append_float(b, -2.5f);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), "-2.5");
-  b.clear();
-  append_float(b, 1e10f);  // 10000000000 exactly as a single
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), "1e+10");
-  b.clear();
-  append32(b, 0x7F800000u);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), "inf");
-}
-
-TEST(KolvdumpFormat, FloatMissingIsOnePattern) {
-  Bytes b;
-  append32(b, 0x7FFFFFF8u);  // F8 FF FF 7F
-  EXPECT_EQ(b[0], 0xF8);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), ".");
-  b.clear();
-  append32(b, 0x7FC00000u);  // another NaN
-  EXPECT_EQ(kolvdump::format_element(b.data(), 4, false), "nan");
-  EXPECT_FALSE(kolvdump::float_is_missing(0x7FFFFFF9u));
-  EXPECT_FALSE(kolvdump::float_is_missing(0xFFFFFFF8u));
-}
-
-TEST(KolvdumpFormat, TwoByteIntegers) {
-  Bytes b;
-  append16(b, 0x8000);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), ".");
-  b.clear();
-  append16(b, 0xFFFF);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), "-1");
-  b.clear();
-  append16(b, 0x7FFF);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), "32767");
-  b.clear();
-  append16(b, 0x8001);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), "-32767");
-  b.clear();
-  append16(b, 0x9C40);  // 40000 wrapped: -25536
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), "-25536");
-  b.clear();
-  append16(b, 0);
-  EXPECT_EQ(kolvdump::format_element(b.data(), 2, false), "0");
-}
-
-TEST(KolvdumpFormat, CharacterElements) {
-  const uint8_t abc[8] = {0x41, 0x42, 0x43, 0, 0, 0, 0, 0};
-  EXPECT_EQ(kolvdump::format_element(abc, 8, true), "ABC");
-  const uint8_t full[8] = {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H'};
-  EXPECT_EQ(kolvdump::format_element(full, 8, true), "ABCDEFGH");
-  const uint8_t stop[8] = {'A', 'B', 0, 'C', 'D', 0, 0, 0};
-  EXPECT_EQ(kolvdump::format_element(stop, 8, true), "AB");
-  const uint8_t odd[8] = {'a', '\t', 0xE9, '\\', 0x7F, ' ', 0, 0};
-  EXPECT_EQ(kolvdump::format_element(odd, 8, true), "a\\x09\\xE9\\x5C\\x7F ");
-  const uint8_t empty[8] = {};
-  EXPECT_EQ(kolvdump::format_element(empty, 8, true), "");
-  Bytes missing;
-  append64(missing, kMissval);
-  EXPECT_EQ(kolvdump::format_element(missing.data(), 8, true), ".");
-  // The same bytes in a numeric column read as a number.
-  EXPECT_EQ(kolvdump::format_element(full, 8, false), "1.5839800103804824e+40");
-}
-
-TEST(KolvdumpFormat, EscapeTextStopsAtMax) {
-  const uint8_t name[4] = {'N', 'A', 'M', 'E'};
-  EXPECT_EQ(kolvdump::escape_text(name, 3), "NAM");
-  EXPECT_EQ(kolvdump::escape_text(name, 4), "NAME");
-  const uint8_t ctl[2] = {0x01, 0x0A};
-  EXPECT_EQ(kolvdump::escape_text(ctl, 2), "\\x01\\x0A");
-}
-
-// ---- whole dumps ----
+// ---- the text view ----
 
 TEST_F(KolvdumpRun, TextLayoutOfDoubles) {
   std::string path = write("doubles.dat", doubles_sample(2));
   Outcome o = run({path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
+  // X is as wide as "-0.1", NAME as "LONGTEXT", Y as its label.
   // clang-format off
   std::string expected =
       "data set:      " + path + "\n" +
@@ -302,14 +193,14 @@ TEST_F(KolvdumpRun, TextLayoutOfDoubles) {
       "  3  Y     numeric\n"
       "\n"
       "data:\n"
-      "  row  " + sp(19) + "X  NAME" + sp(6) + "Y\n" +
-      "    1  " + sp(17) + "1.5  ABC" + sp(7) + ".\n" +
-      "    2  -0.10000000000000001  LONGTEXT  2\n";
+      "  row     X  NAME      Y\n"
+      "    1   1.5  ABC       .\n"
+      "    2  -0.1  LONGTEXT  2\n";
   // clang-format on
   EXPECT_EQ(o.out, expected);
 }
 
-TEST(KolvdumpPipe, FixedWidthsWhenRowsCannotBeReadTwice) {
+TEST(KolvdumpPipe, APipeReadsLikeAFile) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
   Bytes b = doubles_sample(2);
@@ -323,7 +214,9 @@ TEST(KolvdumpPipe, FixedWidthsWhenRowsCannotBeReadTwice) {
   size_t err_len = 0;
   FILE* out = open_memstream(&out_buf, &out_len);
   FILE* err = open_memstream(&err_buf, &err_len);
-  int status = kolvdump::dump(in, "pipe", kolvdump::Options{}, out, err);
+  kolvdump::Options options;
+  options.first = 2;  // found by reading past row 1
+  int status = kolvdump::dump(in, "pipe", options, out, err);
   std::fclose(in);
   std::fclose(out);
   std::fclose(err);
@@ -333,35 +226,40 @@ TEST(KolvdumpPipe, FixedWidthsWhenRowsCannotBeReadTwice) {
   std::free(err_buf);
   EXPECT_EQ(status, 0);
   EXPECT_EQ(errors, "");
-  // Doubles take 24 characters, character values 8.
-  // clang-format off
   std::string data =
       "data:\n"
-      "  row  " + sp(23) + "X  NAME      " + sp(23) + "Y\n" +
-      "    1  " + sp(21) + "1.5  ABC       " + sp(23) + ".\n" +
-      "    2  " + sp(4) + "-0.10000000000000001  LONGTEXT  " + sp(23) + "2\n";
-  // clang-format on
+      "  row     X  NAME      Y\n"
+      "    2  -0.1  LONGTEXT  2\n";
   ASSERT_GE(text.size(), data.size());
   EXPECT_EQ(text.substr(text.size() - data.size()), data);
   EXPECT_EQ(text.substr(0, 20), "data set:      pipe\n");
 }
 
-TEST_F(KolvdumpRun, CsvOfDoubles) {
-  std::string path = write("doubles.dat", doubles_sample(2));
-  Outcome o = run({"--csv", path});
+TEST_F(KolvdumpRun, TextInANumericColumnIsQuoted) {
+  Bytes b = data_set(1008, 8, 0, 3, {{"city", 0}, {"POP", 1}});
+  append_text(b, "Zurich");
+  append_double(b, 68.2);
+  append_text(b, "Z\xC3\xBCrich");
+  append_text(b, "N/A");
+  append_text(b, "Bern");
+  append64(b, kMissval);
+  std::string path = write("text.dat", b);
+  Outcome o = run({path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
-  EXPECT_EQ(o.out,
-            "X,NAME,Y\n"
-            "1.5,ABC,.\n"
-            "-0.10000000000000001,LONGTEXT,2\n");
-}
+  // city is 6 characters wide ("Zürich" shows 6), POP 5 ("N/A" in quotes).
+  std::string data =
+      "data:\n"
+      "  row  city      POP\n"
+      "    1  Zurich   68.2\n"
+      "    2  Z\xC3\xBCrich  \"N/A\"\n"
+      "    3  Bern        .\n";
+  ASSERT_GE(o.out.size(), data.size());
+  EXPECT_EQ(o.out.substr(o.out.size() - data.size()), data);
 
-TEST_F(KolvdumpRun, OptionsAfterTheFile) {
-  std::string path = write("doubles.dat", doubles_sample(2));
-  Outcome o = run({path, "--csv"});
-  EXPECT_EQ(o.status, 0);
-  EXPECT_EQ(o.out.substr(0, 9), "X,NAME,Y\n");
+  Outcome csv = run({"--csv", path});
+  EXPECT_EQ(csv.status, 0);
+  EXPECT_EQ(csv.out, "city,POP\nZurich,68.2\nZ\xC3\xBCrich,N/A\nBern,\n");
 }
 
 TEST_F(KolvdumpRun, ComplexFloatsTakeTwoColumnsPerVariable) {
@@ -381,8 +279,8 @@ TEST_F(KolvdumpRun, ComplexFloatsTakeTwoColumnsPerVariable) {
   EXPECT_EQ(csv.err, "");
   EXPECT_EQ(csv.out,
             "A.re,A.im,B.re,B.im\n"
-            "1.10000002,.,3,4\n"
-            "nan,-2.5,0,1e+10\n");
+            "1.1,,3,4\n"
+            "nan,-2.5,0,10000000000\n");
 
   Outcome text = run({path});
   EXPECT_EQ(text.status, 0);
@@ -403,11 +301,14 @@ TEST_F(KolvdumpRun, ComplexFloatsTakeTwoColumnsPerVariable) {
       "  2  B  numeric\n"
       "\n"
       "data:\n"
-      "  row  " + sp(6) + "A.re  A.im  B.re" + sp(3) + "B.im\n" +
-      "    1  1.10000002  " + sp(3) + ".  " + sp(3) + "3  " + sp(4) + "4\n" +
-      "    2  " + sp(7) + "nan  -2.5  " + sp(3) + "0  1e+10\n";
+      "  row  A.re  A.im  B.re         B.im\n"
+      "    1   1.1     .     3            4\n"
+      "    2   nan  -2.5     0  10000000000\n";
   // clang-format on
   EXPECT_EQ(text.out, expected);
+
+  Outcome b_only = run({"--csv", "--columns", "b", path});
+  EXPECT_EQ(b_only.out, "B.re,B.im\n3,4\n0,10000000000\n");
 }
 
 TEST_F(KolvdumpRun, TwoByteIntegersAndCharacterVariableAsNumber) {
@@ -421,7 +322,7 @@ TEST_F(KolvdumpRun, TwoByteIntegersAndCharacterVariableAsNumber) {
   Outcome o = run({"--csv", path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
-  EXPECT_EQ(o.out, "I,C\n.,65\n32767,-2\n");
+  EXPECT_EQ(o.out, "I,C\n,65\n32767,-2\n");
 
   Outcome text = run({path});
   EXPECT_EQ(text.status, 0);
@@ -432,8 +333,8 @@ TEST_F(KolvdumpRun, TwoByteIntegersAndCharacterVariableAsNumber) {
       "  2  C  character\n"
       "\n"
       "data:\n"
-      "  row  " + sp(4) + "I  " + sp(1) + "C\n" +
-      "    1  " + sp(4) + ".  65\n" +
+      "  row      I   C\n"
+      "    1      .  65\n"
       "    2  32767  -2\n";
   // clang-format on
   ASSERT_GE(text.out.size(), tail.size());
@@ -441,30 +342,20 @@ TEST_F(KolvdumpRun, TwoByteIntegersAndCharacterVariableAsNumber) {
   EXPECT_NE(text.out.find("element type:  12 (2-byte integer)\n"), std::string::npos);
 }
 
-TEST_F(KolvdumpRun, NamesAreEscapedAndMayFillTheirField) {
+TEST_F(KolvdumpRun, NamesEscapedInTheTextViewAndAsTheyAreInCsv) {
   std::string long_name(32, 'N');
   Bytes b = data_set(1008, 8, 0, 0, {{long_name, 1}, {std::string("a\x01z"), 1}, {"q,r", 0}});
   std::string path = write("names.dat", b);
   Outcome o = run({"--csv", path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
-  EXPECT_EQ(o.out, long_name + ",a\\x01z,\"q,r\"\n");
+  EXPECT_EQ(o.out, long_name + ",a\x01z,\"q,r\"\n");
 
   Outcome text = run({"--header-only", path});
   EXPECT_EQ(text.status, 0);
   EXPECT_NE(text.out.find("  1  " + long_name + "  numeric\n"), std::string::npos);
   EXPECT_NE(text.out.find("  2  a\\x01z" + sp(32 - 6) + "  numeric\n"), std::string::npos);
   EXPECT_NE(text.out.find("  3  q,r" + sp(32 - 3) + "  character\n"), std::string::npos);
-}
-
-TEST_F(KolvdumpRun, CsvQuotesTextWithCommasAndQuotes) {
-  Bytes b = data_set(1008, 8, 0, 1, {{"T", 0}, {"U", 0}});
-  append_text(b, "a,b");
-  append_text(b, "say \"hi");
-  std::string path = write("quotes.dat", b);
-  Outcome o = run({"--csv", path});
-  EXPECT_EQ(o.status, 0);
-  EXPECT_EQ(o.out, "T,U\n\"a,b\",\"say \"\"hi\"\n");
 }
 
 TEST_F(KolvdumpRun, HeaderOnly) {
@@ -495,12 +386,142 @@ TEST_F(KolvdumpRun, HeaderOnly) {
   EXPECT_EQ(csv.out, "X,NAME,Y\n");
 }
 
+TEST_F(KolvdumpRun, NoVariables) {
+  std::string path = write("none.dat", data_set(1008, 8, 0, 0, {}));
+  Outcome o = run({path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err, "");
+  std::string tail = "variables:\n  none\n\ndata:\n  row\n";
+  ASSERT_GE(o.out.size(), tail.size());
+  EXPECT_EQ(o.out.substr(o.out.size() - tail.size()), tail);
+}
+
+// ---- CSV ----
+
+TEST_F(KolvdumpRun, CsvOfDoubles) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({"--csv", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err, "");
+  EXPECT_EQ(o.out,
+            "X,NAME,Y\n"
+            "1.5,ABC,\n"
+            "-0.1,LONGTEXT,2\n");
+}
+
+TEST_F(KolvdumpRun, CsvMissingTextAndNoHeader) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({"--csv", "--na", "NA", "--no-header", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "1.5,ABC,NA\n-0.1,LONGTEXT,2\n");
+  o = run({"--csv", "--na=n,a", path});
+  EXPECT_EQ(o.out, "X,NAME,Y\n1.5,ABC,\"n,a\"\n-0.1,LONGTEXT,2\n");
+  // --na in the text view.
+  o = run({"--na", "NA", "--columns", "y", path});
+  EXPECT_NE(o.out.find("  row   Y\n    1  NA\n    2   2\n"), std::string::npos) << o.out;
+}
+
+TEST_F(KolvdumpRun, CsvQuotesTextWithCommasAndQuotes) {
+  Bytes b = data_set(1008, 8, 0, 1, {{"T", 0}, {"U", 0}});
+  append_text(b, "a,b");
+  append_text(b, "say \"hi");
+  std::string path = write("quotes.dat", b);
+  Outcome o = run({"--csv", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "T,U\n\"a,b\",\"say \"\"hi\"\n");
+}
+
+TEST_F(KolvdumpRun, OptionsAfterTheFile) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({path, "--csv"});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out.substr(0, 9), "X,NAME,Y\n");
+}
+
 TEST_F(KolvdumpRun, EmptyDataSet) {
   std::string path = write("empty_rows.dat", data_set(1008, 8, 0, 0, {{"X", 1}}));
   Outcome o = run({"--csv", path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
   EXPECT_EQ(o.out, "X\n");
+}
+
+// ---- rows and columns ----
+
+// Rows 1 to 12 of one variable N holding 10 * the row number.
+Bytes counted_rows(uint32_t header_rows = 12) {
+  Bytes b = data_set(1008, 8, 0, header_rows, {{"N", 1}, {"s", 0}});
+  for (int r = 1; r <= 12; ++r) {
+    append_double(b, 10.0 * r);
+    char name[8];
+    std::snprintf(name, sizeof name, "r%d", r);
+    append_text(b, name);
+  }
+  return b;
+}
+
+TEST_F(KolvdumpRun, RowsAndHead) {
+  std::string path = write("rows.dat", counted_rows());
+  Outcome o = run({"--csv", "--rows", "3:5", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "N,s\n30,r3\n40,r4\n50,r5\n");
+  o = run({"--csv", "--rows=11:", path});
+  EXPECT_EQ(o.out, "N,s\n110,r11\n120,r12\n");
+  o = run({"--csv", "--head", "2", path});
+  EXPECT_EQ(o.out, "N,s\n10,r1\n20,r2\n");
+  o = run({"--csv", "--rows", "4:9", "--head", "2", path});
+  EXPECT_EQ(o.out, "N,s\n40,r4\n50,r5\n");
+  o = run({"--csv", "--head", "0", path});
+  EXPECT_EQ(o.out, "N,s\n");
+  // Past the last row: nothing, and no complaint.
+  o = run({"--csv", "--rows", "20:30", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "N,s\n");
+  EXPECT_EQ(o.err, "");
+  // The text view numbers rows as in the file; 12 rows take 3 digits anyway.
+  o = run({"--rows", "10:11", path});
+  EXPECT_NE(o.out.find("data:\n  row    N  s\n   10  100  r10\n   11  110  r11\n"),
+            std::string::npos)
+      << o.out;
+}
+
+TEST_F(KolvdumpRun, ColumnsByNameAndNumber) {
+  std::string path = write("rows.dat", counted_rows());
+  Outcome o = run({"--csv", "--columns", "S,1", "--head", "1", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "s,N\nr1,10\n");
+  o = run({"--csv", "--columns=n", "--head=1", path});
+  EXPECT_EQ(o.out, "N\n10\n");
+}
+
+TEST_F(KolvdumpRun, WrongColumnLists) {
+  std::string path = write("rows.dat", counted_rows());
+  Outcome o = run({"--columns", "n,x", path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.out, "");
+  EXPECT_EQ(o.err, "kolvdump: " + path + " has no variable named x\n");
+  o = run({"--columns", "3", path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err,
+            "kolvdump: " + path + " has no variable 3 (its variables are numbered 1 to 2)\n");
+  o = run({"--columns", "n,,s", path});
+  EXPECT_EQ(o.err, "kolvdump: --columns has an empty item: n,,s\n");
+  o = run({"--columns", "n,1", path});
+  EXPECT_EQ(o.err, "kolvdump: --columns names variable 1 twice\n");
+}
+
+TEST_F(KolvdumpRun, BadRowOptions) {
+  std::string path = write("rows.dat", counted_rows());
+  Outcome o = run({"--rows", "5:2", path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err, "kolvdump: --rows needs FIRST:LAST, rows from 1 with FIRST <= LAST, not 5:2\n" +
+                       std::string(kUsage));
+  o = run({"--head", "x", path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err, "kolvdump: --head needs a number of rows, not x\n" + std::string(kUsage));
+  o = run({path, "--head"});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err, "kolvdump: --head needs a value\n" + std::string(kUsage));
 }
 
 // ---- rows that disagree with the header ----
@@ -511,19 +532,24 @@ TEST_F(KolvdumpRun, FewerRowsThanTheHeaderClaims) {
   EXPECT_EQ(o.status, 1);
   EXPECT_EQ(o.out,
             "X,NAME,Y\n"
-            "1.5,ABC,.\n"
-            "-0.10000000000000001,LONGTEXT,2\n");
+            "1.5,ABC,\n"
+            "-0.1,LONGTEXT,2\n");
   EXPECT_EQ(o.err, "kolvdump: header claims 3 rows but the file holds 2\n");
 
   Outcome text = run({path});
   EXPECT_EQ(text.status, 1);
   EXPECT_NE(text.out.find("rows:          3\n"), std::string::npos);
-  EXPECT_NE(text.out.find("    2  -0.10000000000000001  LONGTEXT  2\n"), std::string::npos);
+  EXPECT_NE(text.out.find("    2  -0.1  LONGTEXT  2\n"), std::string::npos);
   EXPECT_EQ(text.err, "kolvdump: header claims 3 rows but the file holds 2\n");
 
   Outcome header = run({"--header-only", path});
   EXPECT_EQ(header.status, 1);
   EXPECT_EQ(header.err, "kolvdump: header claims 3 rows but the file holds 2\n");
+
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.out, "");
+  EXPECT_EQ(check.err, "kolvdump: header claims 3 rows but the file holds 2\n");
 }
 
 TEST_F(KolvdumpRun, MoreRowsThanTheHeaderClaims) {
@@ -532,9 +558,12 @@ TEST_F(KolvdumpRun, MoreRowsThanTheHeaderClaims) {
   EXPECT_EQ(o.status, 1);
   EXPECT_EQ(o.out,
             "X,NAME,Y\n"
-            "1.5,ABC,.\n"
-            "-0.10000000000000001,LONGTEXT,2\n");
+            "1.5,ABC,\n"
+            "-0.1,LONGTEXT,2\n");
   EXPECT_EQ(o.err, "kolvdump: header claims 1 rows but the file holds 2\n");
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, "kolvdump: header claims 1 rows but the file holds 2\n");
 }
 
 TEST_F(KolvdumpRun, PartialRowAtTheEnd) {
@@ -545,9 +574,37 @@ TEST_F(KolvdumpRun, PartialRowAtTheEnd) {
   EXPECT_EQ(o.status, 1);
   EXPECT_EQ(o.out,
             "X,NAME,Y\n"
-            "1.5,ABC,.\n"
-            "-0.10000000000000001,LONGTEXT,2\n");
+            "1.5,ABC,\n"
+            "-0.1,LONGTEXT,2\n");
   EXPECT_EQ(o.err, "kolvdump: " + path + " ends with 5 bytes that do not make a whole row\n");
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, o.err);
+}
+
+TEST_F(KolvdumpRun, CheckSaysOneThingOnly) {
+  // Fewer rows and a partial one: --check names the row count alone, the
+  // views both.
+  Bytes b = doubles_sample(3);
+  b.insert(b.end(), {1, 2, 3});
+  std::string path = write("both.dat", b);
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, "kolvdump: header claims 3 rows but the file holds 2\n");
+  Outcome csv = run({"--csv", path});
+  EXPECT_EQ(csv.status, 1);
+  EXPECT_EQ(csv.err,
+            "kolvdump: header claims 3 rows but the file holds 2\n"
+            "kolvdump: " +
+                path + " ends with 3 bytes that do not make a whole row\n");
+}
+
+TEST_F(KolvdumpRun, CheckOfAWholeDataSet) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({"--check", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "");
+  EXPECT_EQ(o.err, "");
 }
 
 TEST_F(KolvdumpRun, HeaderClaimsRowsOfAnEmptyFile) {
@@ -567,10 +624,28 @@ TEST_F(KolvdumpRun, UnfinishedFile) {
   b.insert(b.end(), block.begin() + 128, block.end());
   append_double(b, 1.0);
   std::string path = write("unfinished.dat", b);
+  std::string message =
+      "kolvdump: " + path + " is an unfinished data set: its header was never written\n";
   Outcome o = run({path});
   EXPECT_EQ(o.status, 2);
   EXPECT_EQ(o.out, "");
-  EXPECT_EQ(o.err, "kolvdump: " + path + " is not a finished data set\n");
+  EXPECT_EQ(o.err, message);
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.out, "");
+  EXPECT_EQ(check.err, message);
+}
+
+TEST_F(KolvdumpRun, NotADataSet) {
+  Bytes b(200, 'x');
+  std::string path = write("text.dat", b);
+  Outcome o = run({path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.out, "");
+  EXPECT_EQ(o.err, "kolvdump: " + path + " is not a data set\n");
+  Outcome check = run({"--check", path});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, o.err);
 }
 
 TEST_F(KolvdumpRun, TooShortFiles) {
@@ -696,13 +771,107 @@ TEST_F(KolvdumpRun, UnknownTypeByte) {
   EXPECT_EQ(o.err, "kolvdump: " + path + " gives type byte 2 to variable 2\n");
 }
 
+// ---- npy ----
+
+TEST_F(KolvdumpRun, NpyOfNumericColumnsIsTwoDimensional) {
+  std::string path = write("rows.dat", counted_rows());
+  std::string npy = dir_ + "/out.npy";
+  files_.push_back(npy);
+  Outcome o = run({"--npy", npy, "--columns", "n", "--rows", "2:3", path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out, "");
+  EXPECT_EQ(o.err, "");
+  // 59-character dictionary: a 128-byte header (length word 118), then 20.0
+  // and 30.0 as little-endian doubles.
+  std::string dict = "{'descr': '<f8', 'fortran_order': False, 'shape': (2, 1), }";
+  Bytes want = {0x93, 'N', 'U', 'M', 'P', 'Y', 1, 0, 118, 0};
+  want.insert(want.end(), dict.begin(), dict.end());
+  want.insert(want.end(), 58, ' ');
+  want.push_back('\n');
+  append_double(want, 20.0);
+  append_double(want, 30.0);
+  FILE* f = std::fopen(npy.c_str(), "rb");
+  ASSERT_NE(f, nullptr);
+  Bytes got(4096);
+  got.resize(std::fread(got.data(), 1, got.size(), f));
+  std::fclose(f);
+  EXPECT_EQ(got, want);
+}
+
+TEST_F(KolvdumpRun, NpyKeepsMissingPatternsAndText) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  std::string npy = dir_ + "/out.npy";
+  files_.push_back(npy);
+  Outcome o = run({"--npy=" + npy, path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err, "");
+  std::string dict =
+      "{'descr': [('X', '<f8'), ('NAME', '|S8'), ('Y', '<f8')], 'fortran_order': False, "
+      "'shape': (2,), }";
+  // 10 + 97 + 1 = 108 bytes: 128 in all, 20 blanks.
+  ASSERT_EQ(dict.size(), 97u);
+  Bytes want = {0x93, 'N', 'U', 'M', 'P', 'Y', 1, 0, 118, 0};
+  want.insert(want.end(), dict.begin(), dict.end());
+  want.insert(want.end(), 20, ' ');
+  want.push_back('\n');
+  Bytes sample = doubles_sample(2);
+  want.insert(want.end(), sample.begin() + 232, sample.end());  // rows as stored
+  FILE* f = std::fopen(npy.c_str(), "rb");
+  ASSERT_NE(f, nullptr);
+  Bytes got(4096);
+  got.resize(std::fread(got.data(), 1, got.size(), f));
+  std::fclose(f);
+  EXPECT_EQ(got, want);
+}
+
+TEST_F(KolvdumpRun, NpyFromAPipeCountsItsRowsAfterwards) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  Bytes b = counted_rows(99);  // the header is wrong: 12 rows follow
+  ASSERT_EQ(::write(fds[1], b.data(), b.size()), static_cast<ssize_t>(b.size()));
+  close(fds[1]);
+  FILE* in = fdopen(fds[0], "rb");
+  ASSERT_NE(in, nullptr);
+  std::string npy = dir_ + "/pipe.npy";
+  files_.push_back(npy);
+  kolvdump::Options options;
+  options.mode = kolvdump::Mode::kNpy;
+  options.npy = npy;
+  options.columns = "1";
+  FILE* sink = std::fopen("/dev/null", "w");
+  int status = kolvdump::dump(in, "pipe", options, sink, sink);
+  std::fclose(sink);
+  std::fclose(in);
+  EXPECT_EQ(status, 1);  // the header's 99 rows
+  FILE* f = std::fopen(npy.c_str(), "rb");
+  ASSERT_NE(f, nullptr);
+  Bytes got(4096);
+  got.resize(std::fread(got.data(), 1, got.size(), f));
+  std::fclose(f);
+  // Room was made for a 20-digit row count: the dictionary with
+  // "(18446744073709551615, 1)" is 78 characters, still one 128-byte header.
+  std::string dict = "{'descr': '<f8', 'fortran_order': False, 'shape': (12, 1), }";
+  ASSERT_EQ(got.size(), 128u + 12 * 8);
+  EXPECT_EQ(std::string(got.begin() + 10, got.begin() + 10 + static_cast<long>(dict.size())), dict);
+  EXPECT_EQ(got[127], '\n');
+  EXPECT_EQ(got[8], 118);
+}
+
+TEST_F(KolvdumpRun, NpyCannotBeCreated) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  std::string npy = dir_ + "/no/such/dir/out.npy";
+  Outcome o = run({"--npy", npy, path});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err, "kolvdump: cannot create " + npy + ": No such file or directory\n");
+}
+
 // ---- command line ----
 
 TEST_F(KolvdumpRun, NoArgumentsPrintsUsage) {
   Outcome o = run({});
   EXPECT_EQ(o.status, 2);
   EXPECT_EQ(o.out, "");
-  EXPECT_EQ(o.err, kUsage);
+  EXPECT_EQ(o.err, std::string("kolvdump: no data set named\n") + kUsage);
 }
 
 TEST_F(KolvdumpRun, UnknownOptionPrintsUsage) {
@@ -715,23 +884,41 @@ TEST_F(KolvdumpRun, UnknownOptionPrintsUsage) {
 
 TEST_F(KolvdumpRun, TwoFilesPrintUsage) {
   std::string path = write("doubles.dat", doubles_sample(2));
-  Outcome o = run({path, path});
+  Outcome o = run({path, "b.dat"});
   EXPECT_EQ(o.status, 2);
   EXPECT_EQ(o.out, "");
-  EXPECT_EQ(o.err, kUsage);
+  EXPECT_EQ(o.err, "kolvdump: one file only: " + path + " and b.dat\n" + kUsage);
 }
 
-TEST_F(KolvdumpRun, OptionsOnlyPrintUsage) {
-  Outcome o = run({"--csv", "--header-only"});
+TEST_F(KolvdumpRun, OptionsThatDoNotGoTogether) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({"--csv", "--check", path});
   EXPECT_EQ(o.status, 2);
-  EXPECT_EQ(o.err, kUsage);
+  EXPECT_EQ(o.err, std::string("kolvdump: --check cannot be used with --csv\n") + kUsage);
+  o = run({"--no-header", path});
+  EXPECT_EQ(o.err, std::string("kolvdump: --no-header needs --csv\n") + kUsage);
+  o = run({"--npy", "x.npy", "--na", "NA", path});
+  EXPECT_EQ(o.err, std::string("kolvdump: --na cannot be used with --npy\n") + kUsage);
+  o = run({"--check", "--head", "3", path});
+  EXPECT_EQ(o.err,
+            std::string("kolvdump: --check reads no rows out: --columns, --rows and --head do not "
+                        "apply\n") +
+                kUsage);
 }
 
-TEST_F(KolvdumpRun, HelpGoesToStandardOutput) {
+TEST_F(KolvdumpRun, HelpAndVersionGoToStandardOutput) {
   Outcome o = run({"--help"});
   EXPECT_EQ(o.status, 0);
-  EXPECT_EQ(o.out, kUsage);
   EXPECT_EQ(o.err, "");
+  EXPECT_EQ(o.out.rfind(kUsage, 0), 0u);
+  for (const char* option : {"--csv", "--npy", "--check", "--columns", "--rows", "--head",
+                             "--header-only", "--na", "--no-header", "--version"}) {
+    EXPECT_NE(o.out.find(std::string("  ") + option + " "), std::string::npos) << option;
+  }
+  Outcome v = run({"--version"});
+  EXPECT_EQ(v.status, 0);
+  EXPECT_EQ(v.out.rfind("kolvdump (kolv) ", 0), 0u);
+  EXPECT_EQ(v.out.back(), '\n');
 }
 
 TEST_F(KolvdumpRun, DoubleDashEndsOptions) {
@@ -741,10 +928,89 @@ TEST_F(KolvdumpRun, DoubleDashEndsOptions) {
   EXPECT_EQ(o.out.substr(0, 9), "X,NAME,Y\n");
 }
 
+TEST_F(KolvdumpRun, DatAddedToTheName) {
+  std::string path = write("lakes.dat", doubles_sample(2));
+  Outcome o = run({"--csv", dir_ + "/lakes"});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out.substr(0, 9), "X,NAME,Y\n");
+  o = run({dir_ + "/lakes"});
+  EXPECT_EQ(o.out.substr(0, 15 + path.size() + 1), "data set:      " + path + "\n");
+}
+
 TEST_F(KolvdumpRun, MissingFile) {
   std::string path = dir_ + "/absent.dat";
   Outcome o = run({path});
   EXPECT_EQ(o.status, 2);
   EXPECT_EQ(o.out, "");
   EXPECT_EQ(o.err, "kolvdump: cannot open " + path + ": No such file or directory\n");
+  Outcome check = run({"--check", dir_ + "/absent"});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, "kolvdump: cannot open " + path + ": No such file or directory\n");
+}
+
+// ---- rows found by seeking ----
+
+namespace {
+
+// A read-only stream over bytes in memory that counts the bytes it hands
+// out, to tell seeking from reading.
+struct CountingSource {
+  Bytes bytes;
+  size_t at = 0;
+  size_t handed_out = 0;
+};
+
+ssize_t counting_read(void* cookie, char* to, size_t size) {
+  auto* s = static_cast<CountingSource*>(cookie);
+  size_t n = std::min(size, s->bytes.size() - s->at);
+  std::memcpy(to, s->bytes.data() + s->at, n);
+  s->at += n;
+  s->handed_out += n;
+  return static_cast<ssize_t>(n);
+}
+
+int counting_seek(void* cookie, off64_t* offset, int whence) {
+  auto* s = static_cast<CountingSource*>(cookie);
+  off64_t base = whence == SEEK_SET   ? 0
+                 : whence == SEEK_CUR ? static_cast<off64_t>(s->at)
+                                      : static_cast<off64_t>(s->bytes.size());
+  off64_t to = base + *offset;
+  if (to < 0) return -1;
+  s->at = std::min(static_cast<size_t>(to), s->bytes.size());
+  *offset = to;
+  return 0;
+}
+
+}  // namespace
+
+TEST(KolvdumpSeek, RowsAreFoundBySeekingNotByReading) {
+  // 100000 rows of three doubles: 2.4 MB of rows after the 232-byte head.
+  CountingSource source;
+  source.bytes = data_set(1008, 8, 0, 100000, {{"A", 1}, {"B", 1}, {"C", 1}});
+  for (int r = 1; r <= 100000; ++r) {
+    append_double(source.bytes, r);
+    append_double(source.bytes, -r);
+    append_double(source.bytes, r / 2.0);
+  }
+  cookie_io_functions_t io = {counting_read, nullptr, counting_seek, nullptr};
+  FILE* in = fopencookie(&source, "r", io);
+  ASSERT_NE(in, nullptr);
+  char* out_buf = nullptr;
+  size_t out_len = 0;
+  FILE* out = open_memstream(&out_buf, &out_len);
+  kolvdump::Options options;
+  options.mode = kolvdump::Mode::kCsv;
+  options.first = 99999;
+  options.last = 99999;
+  options.names = false;
+  int status = kolvdump::dump(in, "cookie", options, out, stderr);
+  std::fclose(in);
+  std::fclose(out);
+  std::string text(out_buf, out_len);
+  std::free(out_buf);
+  // The row count is not known from a size here, so the rest of the stream
+  // is read to count it, but not the 99998 rows before the one asked for.
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(text, "99999,-99999,49999.5\n");
+  EXPECT_LT(source.handed_out, 232u + 100000u * 24u - 99998u * 24u + 65536u);
 }
