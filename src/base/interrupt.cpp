@@ -1,5 +1,6 @@
 #include "base/interrupt.hpp"
 
+#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -171,6 +172,23 @@ void guard_clear(InterruptGuard& guard) {
 }
 
 void lock_exclusive(int fd) {
+#ifdef F_OFD_SETLKW
+  // A write lock over the whole file, owned by this open file description:
+  // it lasts as long as `fd`, whatever other opens and closes of the same
+  // file the run makes, and it does not meet the flock locks a wrapper
+  // script may hold on the data set.
+  struct flock whole = {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  whole.l_start = 0;
+  whole.l_len = 0;
+  for (;;) {
+    if (::fcntl(fd, F_OFD_SETLKW, &whole) == 0) return;
+    if (errno == EINTR) continue;
+    if (errno != EINVAL) return;  // the file system keeps no locks: used unlocked
+    break;                        // a system without such locks: flock below
+  }
+#endif
   while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
   }
 }
