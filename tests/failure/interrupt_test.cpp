@@ -207,14 +207,14 @@ constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
 // `file_limit` (bytes, or -1) lowers RLIMIT_FSIZE with SIGXFSZ left at its
 // default action.
 pid_t start_kolv(const Scratch& scratch, const std::string& command, const std::string& tag,
-                 long long file_limit = -1) {
+                 long long file_limit = -1, int ignored = 0) {
   const std::string out = scratch.at(tag + ".stdout");
   const std::string err = scratch.at(tag + ".stderr");
   const pid_t child = ::fork();
   if (child != 0) return child;
   // In the child only async-signal-safe calls until exec. The signals the
   // test sends start with their default actions, unblocked.
-  for (int sig : kSignals) ::signal(sig, SIG_DFL);
+  for (int sig : kSignals) ::signal(sig, sig == ignored ? SIG_IGN : SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -566,6 +566,29 @@ TEST_F(FileLimit, AppendedDataSetIsRestored) {
   EXPECT_EQ(end.signal, SIGXFSZ);
   EXPECT_TRUE(slurp(scratch.at("out.dat")) == earlier) << "the data set was not restored";
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
+}
+
+TEST_F(FileLimit, DataSetThatAnAppendWasCreatingIsRemoved) {
+  ASSERT_TRUE(spit(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  const Ending end = wait_for(start_kolv(scratch, "run.cmd", "run", 500000));
+  EXPECT_EQ(end.signal, SIGXFSZ);
+  EXPECT_FALSE(exists(scratch.at("out.dat")));
+  EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
+}
+
+// A signal ignored by the parent stays ignored: the run goes on to its end.
+TEST(IgnoredSignal, StaysIgnoredAndTheRunCompletes) {
+  Scratch scratch;
+  ASSERT_TRUE(spit(scratch.at("in.txt"), delimited_input(400000)));
+  ASSERT_TRUE(spit(scratch.at("run.cmd"), "INPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  const pid_t child = start_kolv(scratch, "run.cmd", "run", -1, SIGINT);
+  sleep_us(20000);
+  ::kill(child, SIGINT);
+  const Ending end = wait_for(child);
+  EXPECT_EQ(end.status, 0) << "signal " << end.signal;
+  EXPECT_TRUE(
+      file_equals(scratch.at("out.dat"),
+                  header(400000, 3) + variable_block({"A", "B", "C"}) + delimited_rows(400000)));
 }
 
 // ---- one writer at a time ----
