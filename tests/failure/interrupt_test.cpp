@@ -14,9 +14,9 @@
 // values the test wrote into the input, never from what kolv printed.
 //
 // KOLV_KILL_SEED changes the seed and KOLV_KILL_TRACE prints each kill's
-// timings. The input shrinks by itself when a full conversion takes longer
-// than half a second (a sanitizer build), so the number of kills stays the
-// same.
+// timings. The input is scaled to take about 300 ms to convert (smaller on a
+// sanitizer build, larger on a fast machine), so the number of kills stays
+// the same.
 #include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
@@ -444,13 +444,14 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
   if (s.before == Before::kOtherFile) earlier = kEarlierOutput;
   if (s.before == Before::kDataSet) earlier = earlier_data_set();
 
-  // About 200 ms of work on an ordinary build; a slower build gets a smaller
-  // input, so that the kills still fall all through the run.
+  // A few hundred milliseconds of work: the input is scaled once to about
+  // 300 ms (at most 3,000,000 rows), so the kills fall all through the run on
+  // a fast machine and on a sanitizer build alike.
   make_input(1500000);
   double seconds = full_run_seconds();
-  if (seconds > 0.5) {
-    make_input(
-        std::max<size_t>(20000, static_cast<size_t>(static_cast<double>(rows) * 0.3 / seconds)));
+  if (seconds < 0.2 || seconds > 0.5) {
+    const double scaled = static_cast<double>(rows) * 0.3 / seconds;
+    make_input(std::clamp<size_t>(static_cast<size_t>(scaled), 20000, 3000000));
     seconds = full_run_seconds();
   }
   ASSERT_FALSE(HasFailure());
@@ -467,7 +468,22 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
     reset_output();
     if (HasFatalFailure()) return;
     const int sig = kSignals[rng() % 5];
-    const long long delay = static_cast<long long>(rng() % static_cast<uint64_t>(span_us));
+    // Half the kills anywhere in the run; a quarter in its first 10 ms (start
+    // and set-up: the temporary file, the lock, the variable block); a quarter
+    // around its end (the last rows, the final header, the rename).
+    long long delay = 0;
+    switch (rng() % 4) {
+      case 0:
+        delay = static_cast<long long>(rng() % 10000);
+        break;
+      case 1:
+        delay =
+            span_us * 3 / 4 + static_cast<long long>(rng() % static_cast<uint64_t>(span_us / 4));
+        break;
+      default:
+        delay = static_cast<long long>(rng() % static_cast<uint64_t>(span_us));
+        break;
+    }
     const pid_t child = start_kolv(scratch, "run.cmd", "run");
     ASSERT_GT(child, 0);
     sleep_us(delay);
