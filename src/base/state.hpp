@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/console.hpp"
+#include "base/interrupt.hpp"
 
 namespace kolv {
 
@@ -122,6 +123,7 @@ struct Run {
   ReadBuffer rb;
   Files files;
   Counters cnt;
+  InterruptGuard guard;  // what a signal undoes; the append lock
 };
 
 }  // namespace kolv

@@ -1,14 +1,15 @@
 #include "command/outvar.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <algorithm>
 #include <new>
 
+#include "base/fatal.hpp"
+#include "base/interrupt.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
-#include "base/fatal.hpp"
 #include "format/dataset.hpp"
 
 namespace kolv {
@@ -82,6 +83,9 @@ int scanoutvar(Run& run, Statement st) {
   scan_name_list(run, p, false, kOutOfMemory770,
                  [&](long count) { makeovar(run, v.varout + (count ? count : 64)); });
 
+  // Appending, the block goes over the data set's own: its bytes are saved
+  // first, so that a signal can put them back.
+  guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
     case VarBlockWrite::kNamesFailed:
       getout(kCantWriteNames2);

@@ -4,9 +4,10 @@
 #include <cstring>
 #include <new>
 
-#include "build_info.hpp"
 #include "base/fatal.hpp"
+#include "base/interrupt.hpp"
 #include "base/paths.hpp"
+#include "build_info.hpp"
 #include "command/passes.hpp"
 #include "driver/setup.hpp"
 
@@ -53,10 +54,16 @@ void close_file(FILE*& f) {
 // The fatal end: files closed, the temporary output removed unless appending,
 // the message printed; status -1.
 int finish_fatal(Run& run, const FatalError& fatal) {
-  close_file(run.files.fcf);
-  close_file(run.files.fout);
-  close_file(run.rb.infp);
-  if (run.files.gottmp && !run.set.appending) std::remove(run.files.outtmp);
+  {
+    // A signal now finds the files either as the run left them (and undoes
+    // the run) or as the fatal end leaves them.
+    SignalBlock block;
+    close_file(run.files.fcf);
+    close_file(run.files.fout);
+    close_file(run.rb.infp);
+    if (run.files.gottmp && !run.set.appending) std::remove(run.files.outtmp);
+    guard_clear(run.guard);
+  }
   std::fputs(fatal.message.c_str(), run.io.out);
   return 255;
 }
@@ -100,6 +107,8 @@ int kolv_main(int argc, const char* const* argv, Console io) {
     return 255;
   }
   run->io = io;
+  // From here to the end a signal undoes what the run has not completed.
+  arm_interrupts(run->guard);
   int status;
   try {
     status = run_kolv(*run, argc, argv);
@@ -108,7 +117,8 @@ int kolv_main(int argc, const char* const* argv, Console io) {
   }
   std::fflush(io.out);
   std::fflush(io.err);
-  delete run;
+  disarm_interrupts(run->guard);
+  delete run;  // closes the append lock
   return status;
 }
 

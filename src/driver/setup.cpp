@@ -1,18 +1,21 @@
 #include "driver/setup.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "format/dataset.hpp"
 #include "base/fatal.hpp"
+#include "base/interrupt.hpp"
 #include "base/paths.hpp"
 #include "engine/loops.hpp"
 #include "engine/readbuf.hpp"
+#include "format/dataset.hpp"
 
 namespace kolv {
 
@@ -57,10 +60,16 @@ void make_temporary_name(Run& run) {
     std::memcpy(directory, out, length);
     directory[length] = '\0';
   }
-  char* name = veldatempnam(directory, "out_");
-  if (name == nullptr) getout(kCantCreateTemporaryOutput);
-  g_strlcpy(run.files.outtmp, name, kPathSize);
-  std::free(name);
+  {
+    // The file exists from the moment its name is made: a signal from then
+    // on removes it.
+    SignalBlock block;
+    char* name = veldatempnam(directory, "out_");
+    if (name == nullptr) getout(kCantCreateTemporaryOutput);
+    g_strlcpy(run.files.outtmp, name, kPathSize);
+    std::free(name);
+    guard_remove(run.guard, run.files.outtmp);
+  }
   // The reserved name is private to its creator; the data set it becomes
   // gets the ordinary permissions of a new file.
   mode_t mask = ::umask(0);
@@ -72,6 +81,7 @@ void write_all_variables_block(Run& run) {
   Variables& v = run.vars;
   run.lay.allout = 1;
   v.varout = v.varin;
+  guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   FILE* f = std::fopen(run.files.outtmp, "r+b");
   if (f == nullptr) getout("KOLV - Can't open temporary file 760\n");
   VarBlockWrite written = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
@@ -109,7 +119,8 @@ void report_character_data(Run& run) {
   Variables& v = run.vars;
   bool found = false;
   for (int i = 0; i < v.varout; ++i) {
-    size_t input = run.lay.allout ? static_cast<size_t>(i) : static_cast<size_t>(v.outvec[static_cast<size_t>(i)]);
+    size_t input = run.lay.allout ? static_cast<size_t>(i)
+                                  : static_cast<size_t>(v.outvec[static_cast<size_t>(i)]);
     uint8_t flag = input < v.vrec.size() ? v.vrec[input] : 0;
     if (flag == 255) v.chartrunc = 1;
     if (flag != 0 && v.itypes[input] == 1) found = true;
@@ -135,6 +146,37 @@ void complete_header(Run& run) {
   if (!ok) getout("KOLV - Internal error 502.3\n");
 }
 
+// Opens the data set to append to for update and takes its lock before
+// anything of it is read: a run that finds it locked waits for the holder to
+// finish. From then on a signal puts its old bytes back. Null when the file
+// does not open for update.
+FILE* open_append_target(Run& run) {
+  FILE* target = std::fopen(run.files.outtmp, "r+b");
+  if (target == nullptr) return nullptr;
+  const int fd = ::dup(::fileno(target));
+  if (fd >= 0) {
+    lock_exclusive(fd);
+    struct stat st;
+    guard_restore(run.guard, fd, ::fstat(fd, &st) == 0 ? st.st_size : 0);
+  }
+  return target;
+}
+
+// An APPEND run whose data set does not exist makes it under its own name,
+// but never over a data set that another run made a moment earlier.
+FILE* create_exclusive(const char* name) {
+  const int fd = ::open(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  if (fd < 0) return nullptr;
+  FILE* f = ::fdopen(fd, "wb");
+  if (f == nullptr) {
+    const int saved = errno;
+    ::close(fd);
+    ::unlink(name);
+    errno = saved;
+  }
+  return f;
+}
+
 }  // namespace
 
 bool is_directory(FILE* f) {
@@ -146,17 +188,49 @@ void prepare_output(Run& run) {
   Files& files = run.files;
   g_strlcpy(files.outtmp, run.set.outfile, kPathSize);
   files.fout = nullptr;
+  FILE* f = nullptr;
   if (run.set.appending) {
-    if (FILE* target = std::fopen(files.outtmp, "r+b")) {
+    if (FILE* target = open_append_target(run)) {
       validate_append_target(run, target);
       return;
+    }
+    {
+      SignalBlock block;
+      f = create_exclusive(files.outtmp);
+      if (f != nullptr) {
+        files.gottmp = 1;
+        guard_remove(run.guard, files.outtmp);
+      }
+    }
+    if (f == nullptr && errno == EEXIST) {
+      if (FILE* target = open_append_target(run)) {
+        validate_append_target(run, target);
+        return;
+      }
+    }
+    if (f != nullptr) {
+      // Later APPEND runs wait for this one, as they do for any other.
+      const int fd = ::dup(::fileno(f));
+      if (fd >= 0) {
+        lock_exclusive(fd);
+        SignalBlock block;
+        run.guard.fd = fd;
+      }
     }
   } else {
     make_temporary_name(run);
   }
-  FILE* f = std::fopen(files.outtmp, "wb");
+  if (f == nullptr) {
+    SignalBlock block;
+    f = std::fopen(files.outtmp, "wb");
+    if (f != nullptr) {
+      files.gottmp = 1;
+      // A data set an APPEND run makes under its own name did not exist
+      // before the run; a signal removes it, as it does a temporary output.
+      if (run.set.appending) guard_remove(run.guard, files.outtmp);
+    }
+  }
   if (f == nullptr) getout(kCantCreateTemporaryOutput);
-  files.gottmp = 1;
   static constexpr uint8_t kZeroHeader[128] = {};
   bool ok = std::fwrite(kZeroHeader, sizeof kZeroHeader, 1, f) == 1;
   if (std::fclose(f) != 0) ok = false;
@@ -198,10 +272,22 @@ int convert_and_complete(Run& run) {
   report_character_data(run);
   if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
   if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
-  complete_header(run);
-  if (!run.set.appending) {
+  if (run.set.appending) {
+    // The final header is the step that completes an appended data set: a
+    // signal is seen either before it (the data set is restored) or after
+    // it (the run is complete and nothing is undone).
+    SignalBlock block;
+    complete_header(run);
+    guard_clear(run.guard);
+  } else {
+    complete_header(run);
+    // The output name changes only here; with the signals held back, a signal
+    // finds either the temporary file (removed, the old output untouched) or
+    // the finished output in its place (kept).
+    SignalBlock block;
     std::remove(run.set.outfile);
     std::rename(run.files.outtmp, run.set.outfile);
+    guard_clear(run.guard);
   }
   if (!run.set.quiet) {
     std::fprintf(run.io.out, "Command file:  %s\n", run.set.cfile);
