@@ -286,7 +286,7 @@ std::vector<FixedColumn> find_fixed_columns(const std::vector<std::string_view>&
         cls[p] |= kBlankByte;
       } else if (c == '+' || c == '-') {
         cls[p] |= kNumberByte | kSignByte;
-      } else if ((c >= '0' && c <= '9') || c == '.') {
+      } else if ((c >= '0' && c <= '9') || c == '.' || c == 'e' || c == 'E') {
         cls[p] |= kNumberByte;
       } else {
         cls[p] |= kOtherByte;
@@ -468,8 +468,22 @@ bool detect(const Sample& sample, Detection& d, std::string& error) {
   }
   std::vector<FixedColumn> fixed;
   if (!have_delimited) {
-    if (blank.share < 1.0) fixed = find_fixed_columns(texts);
-    if (fixed.size() >= 2 && fixed.size() >= blank.columns) {
+    // Fixed columns when the blank-split count varies, or when every line
+    // has one length and the columns that line up are more than the values
+    // between blanks (a number glued to a code).
+    bool one_length = true;
+    for (std::string_view t : texts) one_length = one_length && t.size() == texts[0].size();
+    // Lines of fixed columns may lose trailing blanks, but not half their
+    // length.
+    size_t shortest = texts[0].size(), longest = 0;
+    for (std::string_view t : texts) {
+      shortest = std::min(shortest, t.size());
+      longest = std::max(longest, t.size());
+    }
+    if ((blank.share < 1.0 || one_length) && 2 * shortest >= longest)
+      fixed = find_fixed_columns(texts);
+    if (fixed.size() >= 2 &&
+        (blank.share < 1.0 ? fixed.size() >= blank.columns : fixed.size() > blank.columns)) {
       d.layout = Layout::kFixed;
     } else if (blank.share >= 0.9) {
       d.layout = Layout::kBlank;

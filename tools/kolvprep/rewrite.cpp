@@ -200,6 +200,17 @@ bool Rewriter::feed(const char* data, size_t size) {
         carry_.shrink_to_fit();
         raw_ = true;
       }
+    } else if (carry_.size() + (end - at) > kMaxLine) {
+      // A whole line too long to be a record: passed on as it is.
+      ++line_number_;
+      ++passed_on_;
+      ++records_;
+      if (passed_on_ <= kWarnLines)
+        warn_("line " + std::to_string(line_number_) + " is longer than 1 MiB: passed on as it is");
+      put(carry_.data(), carry_.size());
+      put(data + at, end - at);
+      put("\n", 1);
+      carry_.clear();
     } else if (!carry_.empty()) {
       carry_.append(data + at, end - at);
       line(carry_);
