@@ -76,6 +76,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string out = rewrite(text, options, piece, &records);
   const std::string whole = rewrite(text, options, text.size() + 1, &records_whole);
   if (out != whole || records != records_whole) broken("the rewrite depends on how it is fed");
+  kolvprep::TextOptions full_way = options;
+  full_way.one_pass = false;
+  uint64_t records_full = 0;
+  if (rewrite(text, full_way, piece, &records_full) != out || records_full != records)
+    broken("the one-pass copy differs from the full way");
   uint64_t lines = 0;
   for (char c : out) lines += c == '\n';
   if (lines != records) broken("output lines differ from the records counted");

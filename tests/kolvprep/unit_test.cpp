@@ -310,6 +310,25 @@ TEST(Rewrite, HeaderQuotesMissingDatesAndSeparators) {
   EXPECT_EQ(rewrite_text(in, o, 1).out, r.out);
 }
 
+TEST(Rewrite, OnePassCopyEqualsTheFullWay) {
+  TextOptions o;
+  std::string error;
+  for (const char* a : {"--layout=comma", "--columns=3"})
+    ASSERT_TRUE(parse_text_option(a, o, error));
+  const std::string in =
+      "1,2,3\n\"a b\",NA,n\n\"x\"\"y\",.,?\n\" lead\",2,3\n\"tail \",1,2\n\"q\"z,1,2\n"
+      "a b,1,2\n1,2\n1,2,3,4\n\"\",null,N/A\n\"open,1,2\nnone,-1.5e3,\"7\"\n";
+  TextOptions full = o;
+  full.one_pass = false;
+  const Rewritten fast = rewrite_text(in, o);
+  const Rewritten slow = rewrite_text(in, full);
+  EXPECT_EQ(fast.out, slow.out);
+  EXPECT_EQ(fast.warnings, slow.warnings);
+  EXPECT_EQ(fast.out,
+            "1,2,3\na_b,,n\nx\"y,,\nlead,2,3\ntail,1,2\n\"q\"z,1,2\na_b,1,2\n1,2\n1,2,3,4\n,,\n"
+            "\"open,1,2\nnone,-1.5e3,7\n");
+}
+
 TEST(Rewrite, BlankFixedAndComments) {
   TextOptions o;
   std::string error;

@@ -540,7 +540,7 @@ bool detect(const Sample& sample, Detection& d, std::string& error) {
           d.misfit_notes.push_back(
               where(line.number) + ": " +
               (ok ? number_text(fields.size()) + " fields where " + number_text(n) + " are expected"
-                  : std::string("a quote is not closed")));
+                  : std::string("a quote out of place")));
         }
         continue;
       }

@@ -190,7 +190,11 @@ bool digits(std::string_view s, size_t at, size_t count, int* value) {
 }  // namespace
 
 bool is_missing_token(std::string_view v) {
-  if (v.empty() || v == "." || v == "?") return true;
+  if (v.empty()) return true;
+  // Every token begins with ".", "?" or "n": most values are out at once.
+  const char c = v[0];
+  if (c != '.' && c != '?' && (c | 0x20) != 'n') return false;
+  if (v == "." || v == "?") return true;
   return equal_nocase(v, "na") || equal_nocase(v, "n/a") || equal_nocase(v, "nan") ||
          equal_nocase(v, "null");
 }

@@ -1,5 +1,6 @@
 #include "rewrite.hpp"
 
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -154,24 +155,82 @@ std::vector<std::string> text_options_for(const Detection& d) {
   return out;
 }
 
+namespace {
+
+constexpr size_t kOutRoom = kOutBlock + 2 * kMaxLine + 64;
+
+// Bytes that may not stay inside a value: they would end kolv's field.
+struct SeparatorTable {
+  bool is[256] = {};
+  constexpr SeparatorTable() {
+    is[static_cast<unsigned char>(' ')] = true;
+    is[static_cast<unsigned char>('\t')] = true;
+    is[static_cast<unsigned char>(',')] = true;
+    is[static_cast<unsigned char>('\r')] = true;
+  }
+};
+constexpr SeparatorTable kSeparator;
+
+// A missing-value token in the output bytes [field, end): most values are
+// ruled out by their first byte.
+inline bool may_be_missing(const char* field, const char* end) {
+  if (field == end) return true;
+  const char c = *field;
+  if (c != '.' && c != '?' && (c | 0x20) != 'n') return false;
+  return is_missing_token(std::string_view(field, static_cast<size_t>(end - field)));
+}
+
+// The top bit of each byte of w that is zero.
+constexpr uint64_t kOnes = 0x0101010101010101ULL;
+inline uint64_t zero_bytes(uint64_t w) {
+  return (w - kOnes) & ~w & (kOnes << 7);
+}
+
+}  // namespace
+
+// A flag in the top bit of each of the eight bytes that the one-pass copy
+// must look at (those of byte_class_); above the lowest flag, flags may be
+// false.
+uint64_t Rewriter::special_bytes(uint64_t w) const {
+  return zero_bytes(w ^ (kOnes * '"')) | zero_bytes(w ^ (kOnes * ' ')) |
+         zero_bytes(w ^ (kOnes * '\t')) | zero_bytes(w ^ (kOnes * '\r')) |
+         zero_bytes(w ^ (kOnes * ',')) | zero_bytes(w ^ delimiter_word_);
+}
+
 Rewriter::Rewriter(TextOptions options, std::function<bool(const char*, size_t)> sink,
                    std::function<void(const std::string&)> warn)
     : options_(std::move(options)),
       splitter_(options_.layout, options_.fixed),
       sink_(std::move(sink)),
-      warn_(std::move(warn)) {
-  out_.reserve(kOutBlock + kMaxLine + 64);
+      warn_(std::move(warn)),
+      out_(new char[kOutRoom]) {
+  // The one-pass copy: 1 for the delimiter, 2 for bytes it leaves to the
+  // full way (quotes, blanks, separators that must become "_").
+  const char d = layout_delimiter(options_.layout);
+  for (char c : {'"', ' ', '\t', '\r', ','}) byte_class_[static_cast<unsigned char>(c)] = 2;
+  if (d != 0) byte_class_[static_cast<unsigned char>(d)] = 1;
+  delimiter_word_ = kOnes * static_cast<unsigned char>(d != 0 ? d : ',');
+  plain_ = d != 0 && options_.one_pass;
+  for (ColumnType t : options_.types)
+    plain_ = plain_ && (t == ColumnType::kNumeric || t == ColumnType::kCharacter);
 }
 
 bool Rewriter::flush() {
-  if (!out_.empty() && !failed_) failed_ = !sink_(out_.data(), out_.size());
-  out_.clear();
+  if (used_ != 0 && !failed_) failed_ = !sink_(out_.get(), used_);
+  used_ = 0;
   return !failed_;
 }
 
 bool Rewriter::put(const char* data, size_t size) {
-  out_.append(data, size);
-  return out_.size() < kOutBlock || flush();
+  while (size > 0 && !failed_) {
+    const size_t n = std::min(size, kOutRoom - used_);
+    std::memcpy(out_.get() + used_, data, n);
+    used_ += n;
+    data += n;
+    size -= n;
+    if (used_ >= kOutBlock) flush();
+  }
+  return !failed_;
 }
 
 bool Rewriter::feed(const char* data, size_t size) {
@@ -219,7 +278,7 @@ bool Rewriter::feed(const char* data, size_t size) {
       line(std::string_view(data + at, end - at));
     }
     at = nl ? end + 1 : size;
-    if (out_.size() >= kOutBlock) flush();
+    if (used_ >= kOutBlock) flush();
   }
   return !failed_;
 }
@@ -252,50 +311,215 @@ void Rewriter::line(std::string_view text) {
   const std::string_view t = trim(text);
   if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
   ++records_;
-  const bool ok = splitter_.split(text, fields_);
-  if (!ok || fields_.size() != options_.columns) {
-    if (++passed_on_ <= kWarnLines) {
-      warn_("line " + std::to_string(line_number_) + ": " +
-            (ok ? std::to_string(fields_.size()) + " fields where " +
-                      std::to_string(options_.columns) + " are expected"
-                : std::string("a quote is not closed")) +
-            "; passed on as it is");
+  const size_t start = used_;
+  const uint64_t replaced = replaced_;
+  bool ok;
+  if (layout_delimiter(options_.layout) != 0) {
+    ok = plain_ && plain_line(text);
+    if (!ok) {
+      used_ = start;
+      replaced_ = replaced;
+      pending_.clear();
+      ok = delimited_line(text);
     }
-    put(text.data(), text.size());
-    put("\n", 1);
+  } else {
+    ok = splitter_.split(text, fields_);
+    if (ok && fields_.size() == options_.columns) {
+      for (size_t j = 0; j < fields_.size(); ++j) {
+        if (j != 0) out_[used_++] = ',';
+        value(fields_[j], options_.types[j]);
+      }
+    } else {
+      ok = false;
+    }
+  }
+  if (ok) {
+    out_[used_++] = '\n';
+    if (!pending_.empty()) warn_(pending_);
+    pending_.clear();
     return;
   }
-  for (size_t j = 0; j < fields_.size(); ++j) {
-    if (j != 0) out_.push_back(',');
-    value(fields_[j], options_.types[j]);
+  pending_.clear();
+  // Not this layout's line: undone, and passed on as it is.
+  used_ = start;
+  replaced_ = replaced;
+  if (++passed_on_ <= kWarnLines) {
+    const bool quote_ok = splitter_.split(text, fields_);
+    warn_("line " + std::to_string(line_number_) + ": " +
+          (quote_ok ? std::to_string(fields_.size()) + " fields where " +
+                          std::to_string(options_.columns) + " are expected"
+                    : std::string("a quote out of place")) +
+          "; passed on as it is");
   }
-  out_.push_back('\n');
+  put(text.data(), text.size());
+  put("\n", 1);
+}
+
+// The common line in one pass: every byte is copied as it is, a quoted
+// field is unquoted on the way (its blanks, tabs and commas written as "_"),
+// and a missing-value token (which begins with ".", "?" or "n") is taken
+// out. A blank outside quotes, a quote inside a field or text after a
+// closing quote makes it return false: that line takes the full way.
+bool Rewriter::plain_line(std::string_view text) {
+  const char* p = text.data();
+  const char* const e = p + text.size();
+  char* const first = out_.get() + used_;
+  char* o = first;
+  char* field = o;
+  size_t k = 1;
+  while (p < e) {
+    // Eight ordinary bytes at a time: none of them a delimiter, quote,
+    // blank, tab, CR or comma.
+    while (e - p >= 8) {
+      uint64_t w;
+      std::memcpy(&w, p, 8);
+      std::memcpy(o, &w, 8);  // the output has room; only the bytes kept count
+      const uint64_t special = special_bytes(w);
+      if (special == 0) {
+        o += 8;
+        p += 8;
+        continue;
+      }
+      // The lowest flag is exact: the bytes before it are ordinary.
+      const int n = std::countr_zero(special) >> 3;
+      o += n;
+      p += n;
+      break;
+    }
+    if (p >= e) break;
+    const unsigned char c = static_cast<unsigned char>(*p);
+    const uint8_t cls = byte_class_[c];
+    if (cls == 0) {
+      *o++ = static_cast<char>(c);
+      ++p;
+      continue;
+    }
+    if (cls == 1) {
+      if (may_be_missing(field, o)) o = field;
+      *o++ = ',';
+      field = o;
+      ++k;
+      ++p;
+      continue;
+    }
+    if (c != '"' || o != field) return false;
+    // A quoted field: to the closing quote; a doubled quote is one quote.
+    ++p;
+    const char* const content = p;
+    bool doubled = false;
+    bool replaced = false;
+    bool last_separator = false;
+    for (;;) {
+      if (p >= e) return false;
+      const char q = *p++;
+      if (q == '"') {
+        if (p < e && *p == '"') {
+          *o++ = '"';
+          ++p;
+          last_separator = false;
+          doubled = true;
+          continue;
+        }
+        break;
+      }
+      last_separator = kSeparator.is[static_cast<unsigned char>(q)];
+      // Blanks at either end are trimmed on the full way.
+      if (last_separator && o == field) return false;
+      *o++ = last_separator ? '_' : q;
+      replaced |= last_separator;
+    }
+    if (last_separator) return false;
+    if (p < e && byte_class_[static_cast<unsigned char>(*p)] != 1) return false;
+    if (replaced) {
+      // The warning quotes the value as read; with a doubled quote in it,
+      // the full way unquotes it first.
+      if (doubled) return false;
+      note_replaced(std::string_view(content, static_cast<size_t>(p - 1 - content)));
+    }
+  }
+  if (may_be_missing(field, o)) o = field;
+  if (k != options_.columns) return false;
+  used_ += static_cast<size_t>(o - first);
+  return true;
+}
+
+// One line of a delimited layout, written straight into the output: the
+// same fields as Splitter gives, without gathering them first. Returns
+// false when the line does not fit (the caller undoes what was written).
+bool Rewriter::delimited_line(std::string_view text) {
+  const char d = layout_delimiter(options_.layout);
+  const char* p = text.data();
+  const char* const e = p + text.size();
+  size_t k = 0;
+  for (;;) {
+    while (p < e && *p != d && is_blank(*p)) ++p;
+    if (k == options_.columns) return false;
+    if (k != 0) out_[used_++] = ',';
+    if (p < e && *p == '"') {
+      ++p;
+      scratch_.clear();
+      for (;;) {
+        if (p >= e) return false;
+        const void* q = std::memchr(p, '"', static_cast<size_t>(e - p));
+        if (q == nullptr) return false;
+        const char* qc = static_cast<const char*>(q);
+        scratch_.append(p, static_cast<size_t>(qc - p));
+        p = qc + 1;
+        if (p < e && *p == '"') {
+          scratch_.push_back('"');
+          ++p;
+          continue;
+        }
+        break;
+      }
+      while (p < e && *p != d && is_blank(*p)) ++p;
+      if (p < e && *p != d) return false;
+      value(trim(scratch_), options_.types[k]);
+    } else {
+      const void* q = p < e ? std::memchr(p, d, static_cast<size_t>(e - p)) : nullptr;
+      const char* end = q ? static_cast<const char*>(q) : e;
+      const char* vend = end;
+      while (vend > p && is_blank(vend[-1])) --vend;
+      value(std::string_view(p, static_cast<size_t>(vend - p)), options_.types[k]);
+      p = end;
+    }
+    ++k;
+    if (p >= e) break;
+    ++p;
+  }
+  return k == options_.columns;
+}
+
+void Rewriter::note_replaced(std::string_view v) {
+  // The first few are named, once their line is known to fit.
+  if (++replaced_ <= 3 && pending_.empty()) {
+    pending_ = "line " + std::to_string(line_number_) + ": blanks, tabs or commas inside \"" +
+               std::string(v.substr(0, 40)) + "\" written as \"_\"";
+  }
 }
 
 void Rewriter::value(std::string_view v, ColumnType type) {
   if (v.size() <= 4 && is_missing_token(v)) return;
   if (type != ColumnType::kNumeric && type != ColumnType::kCharacter) {
-    const size_t before = out_.size();
-    const bool iso = type == ColumnType::kDate   ? iso_date(v, &out_)
-                     : type == ColumnType::kTime ? iso_time(v, &out_)
-                                                 : iso_datetime(v, &out_);
-    if (iso) return;
-    out_.resize(before);
-  }
-  const size_t before = out_.size();
-  out_.append(v);
-  bool replaced = false;
-  for (size_t i = before; i < out_.size(); ++i) {
-    const char c = out_[i];
-    if (c == ' ' || c == ',' || c == '\t' || c == '\r') {
-      out_[i] = '_';
-      replaced = true;
+    std::string digits;
+    const bool iso = type == ColumnType::kDate   ? iso_date(v, &digits)
+                     : type == ColumnType::kTime ? iso_time(v, &digits)
+                                                 : iso_datetime(v, &digits);
+    if (iso) {
+      std::memcpy(out_.get() + used_, digits.data(), digits.size());
+      used_ += digits.size();
+      return;
     }
   }
-  if (replaced && ++replaced_ <= 3) {
-    warn_("line " + std::to_string(line_number_) + ": blanks, tabs or commas inside \"" +
-          std::string(v.substr(0, 40)) + "\" written as \"_\"");
+  char* o = out_.get() + used_;
+  bool replaced = false;
+  for (const char c : v) {
+    const bool sep = kSeparator.is[static_cast<unsigned char>(c)];
+    *o++ = sep ? '_' : c;
+    replaced |= sep;
   }
+  used_ += v.size();
+  if (replaced) note_replaced(v);
 }
 
 }  // namespace kolvprep

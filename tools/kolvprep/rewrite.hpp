@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,9 @@ struct TextOptions {
   size_t columns = 0;
   std::vector<FixedColumn> fixed;
   std::vector<ColumnType> types;  // per column; numeric when not given
+  // Delimited lines without dates are copied in one pass when they can be;
+  // off, every line takes the full way (the tests compare the two).
+  bool one_pass = true;
 };
 
 // Reads one option of --text into `options` ("--layout=comma", "--skip=1",
@@ -57,7 +61,11 @@ class Rewriter {
 
  private:
   void line(std::string_view text);
+  bool delimited_line(std::string_view text);
+  bool plain_line(std::string_view text);
+  uint64_t special_bytes(uint64_t w) const;
   void value(std::string_view v, ColumnType type);
+  void note_replaced(std::string_view v);
   bool flush();
   bool put(const char* data, size_t size);
 
@@ -67,7 +75,15 @@ class Rewriter {
   std::function<void(const std::string&)> warn_;
   std::vector<std::string_view> fields_;
   std::string carry_;  // the start of a line that continues in the next input
-  std::string out_;
+  // Output gathered for one write: room for a block and two over-long lines
+  // (a time hh:mm grows by two digits, so a line at most doubles).
+  std::unique_ptr<char[]> out_;
+  size_t used_ = 0;
+  std::string scratch_;  // one unquoted value
+  std::string pending_;  // a warning about the line in hand
+  uint8_t byte_class_[256] = {};
+  bool plain_ = false;
+  uint64_t delimiter_word_ = 0;
   bool raw_ = false;  // inside an over-long line, passed on as it is
   bool failed_ = false;
   uint64_t line_number_ = 0;
