@@ -48,35 +48,40 @@ echo "== writing the corpus ($rows rows) in $work"
 "$build/bench/gen_corpus" . "$rows"
 rm -f soft.txt comma.csv mixed.txt packed.txt long.txt
 
-kolvprep --name quoted quoted.csv > report.txt
+kolvprep --name quoted quoted.csv > report.txt 2> /dev/null
 command=$(tail -n 1 report.txt)
 echo "== kolvprep quoted.csv printed: $command"
 sed 's/^INPUT .*/INPUT plain.csv;/; s/^OUTPUT .*/OUTPUT plain.dat;/' quoted.cmd > plain.cmd
 
 median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+# Each run's wall time and CPU time (user + system, both processes of the
+# pipeline): on a machine whose other core is busy the pipeline cannot run
+# its two halves side by side, and the CPU time tells what it costs.
 : > t_pipe
 : > t_alone
+: > c_pipe
+: > c_alone
 for (( r = 1; r <= runs; r++ )); do
-  t0=$EPOCHREALTIME
-  bash -c "$command -noc" > /dev/null
-  t1=$EPOCHREALTIME
-  kolv plain.cmd -noc > /dev/null
-  t2=$EPOCHREALTIME
-  echo "$t1 - $t0" | bc >> t_pipe
-  echo "$t2 - $t1" | bc >> t_alone
+  /usr/bin/time -f "%e %U %S" -o tp bash -c "{ $command -noc; } > /dev/null 2>&1"
+  /usr/bin/time -f "%e %U %S" -o ta kolv plain.cmd -noc > /dev/null
+  awk '{ print $1 > "/dev/stderr"; print $2 + $3 }' tp 2>> t_pipe >> c_pipe
+  awk '{ print $1 > "/dev/stderr"; print $2 + $3 }' ta 2>> t_alone >> c_alone
 done
 cmp quoted.dat plain.dat || { echo "bench/kolvprep.sh: the two data sets differ" >&2; exit 1; }
 
 size=$(stat -c %s quoted.csv)
 pipe=$(median < t_pipe)
 alone=$(median < t_alone)
-rewrite_alone_start=$EPOCHREALTIME
-${command%% | kolv*} > /dev/null
-rewrite_alone=$(echo "$EPOCHREALTIME - $rewrite_alone_start" | bc)
-printf '%-44s %8.3f s  %7.1f MB/s\n' "kolvprep --text ... | kolv (median of $runs)" "$pipe" \
-  "$(echo "$size / $pipe / 1000000" | bc -l)"
-printf '%-44s %8.3f s  %7.1f MB/s\n' "kolv alone on plain.csv (median of $runs)" "$alone" \
-  "$(echo "$(stat -c %s plain.csv) / $alone / 1000000" | bc -l)"
-printf '%-44s %8.3f s  %7.1f MB/s\n' "kolvprep --text alone (one run)" "$rewrite_alone" \
-  "$(echo "$size / $rewrite_alone / 1000000" | bc -l)"
-printf 'ratio pipeline / kolv alone: %.2f (target: at most 1.3)\n' "$(echo "$pipe / $alone" | bc -l)"
+cpipe=$(median < c_pipe)
+calone=$(median < c_alone)
+/usr/bin/time -f "%e %U %S" -o tt bash -c "{ ${command%% | kolv*}; } > /dev/null 2>&1"
+read -r twall tuser tsys < tt
+printf '%-46s %7.3f s wall %7.3f s CPU  %7.1f MB/s\n' "kolvprep --text ... | kolv (median of $runs)" \
+  "$pipe" "$cpipe" "$(echo "$size / $pipe / 1000000" | bc -l)"
+printf '%-46s %7.3f s wall %7.3f s CPU  %7.1f MB/s\n' "kolv alone on plain.csv (median of $runs)" \
+  "$alone" "$calone" "$(echo "$(stat -c %s plain.csv) / $alone / 1000000" | bc -l)"
+printf '%-46s %7.3f s wall %7.3f s CPU  %7.1f MB/s\n' "kolvprep --text alone (one run)" \
+  "$twall" "$(echo "$tuser + $tsys" | bc -l)" "$(echo "$size / $twall / 1000000" | bc -l)"
+printf 'ratio pipeline / kolv alone: %.2f wall, %.2f CPU (target: at most 1.3 wall)\n' \
+  "$(echo "$pipe / $alone" | bc -l)" "$(echo "$cpipe / $calone" | bc -l)"
+echo "load average while measuring: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) cores"
