@@ -234,6 +234,12 @@ TEST(Detect, WarningsOfEachKind) {
   std::string notes;
   for (const std::string& s : report_notes(f.d, p)) notes += s + "\n";
   EXPECT_NE(notes.find("integers beyond the 2-byte range in N"), std::string::npos) << notes;
+  const Found m = look("a,b\n1,NA\n?,2\n3,N/A\n");
+  std::string missing;
+  for (const std::string& s : report_notes(m.d, make_plan(m.d, "m.csv", "m"))) missing += s + "\n";
+  EXPECT_NE(missing.find("missing values: 3 in 2 columns (\"?\", \"NA\", \"N/A\")"),
+            std::string::npos)
+      << missing;
 }
 
 TEST(Detect, Refusals) {

@@ -1,5 +1,6 @@
 #include "cmdfile.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -264,6 +265,25 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
                   (c.type == ColumnType::kDate   ? "yyyymmdd"
                    : c.type == ColumnType::kTime ? "hhmmss"
                                                  : "yyyymmddhhmmss"));
+  }
+  // Missing-value tokens, with how many values and columns hold them.
+  std::vector<std::string> tokens;
+  uint64_t missing = 0;
+  size_t columns = 0;
+  for (const Column& c : d.columns) {
+    if (c.missing == 0) continue;
+    missing += c.missing;
+    ++columns;
+    for (const std::string& t : c.missing_tokens) {
+      const std::string shown = t.empty() ? "empty" : "\"" + t + "\"";
+      if (std::find(tokens.begin(), tokens.end(), shown) == tokens.end()) tokens.push_back(shown);
+    }
+  }
+  if (missing != 0) {
+    std::string list;
+    for (const std::string& t : tokens) list += (list.empty() ? "" : ", ") + t;
+    n.push_back("missing values: " + num(missing) + " in " + num(columns) + " column" +
+                (columns == 1 ? "" : "s") + " (" + list + ")");
   }
   if (!wide.empty())
     n.push_back("integers beyond the 2-byte range in " + wide +
