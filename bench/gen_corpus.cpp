@@ -16,10 +16,15 @@
 //   long.txt    ROWS / 4 lines of ten long forms, one blank between them:
 //               17-digit mantissas with exponents from -300 to 300, and
 //               25-digit decimals
+//   quoted.csv  a header line, then ROWS lines: a quoted label of two words
+//               and comma.csv's ten numbers
+//   plain.csv   quoted.csv's records as kolv reads them alone: no header,
+//               the label unquoted with "_" for its blank
 //
 // Every number in soft.txt, comma.csv, packed.txt (with its implied point)
 // and columns 2-5 and 7-10 of mixed.txt is the same text, so one strtod
 // reading of soft.txt is the reference for all of them.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -188,5 +193,40 @@ int main(int argc, char** argv) {
     std::fwrite(a, 1, static_cast<size_t>(s - a), longf);
   }
   close_out(longf, "long.txt");
+
+  // The export kolvprep is measured on: a header line, a quoted text column
+  // of two words, and comma.csv's numbers; and the same records as kolv
+  // reads them without help (no header, the blank written as "_").
+  FILE* quoted = open_out(dir, "quoted.csv");
+  FILE* plain = open_out(dir, "plain.csv");
+  std::fputs("label,x01,x02,x03,x04,x05,x06,x07,x08,x09,x10\n", quoted);
+  Rng again(20240601);
+  Rng labels(11);
+  for (long i = 0; i < rows; ++i) {
+    char *sq = a, *sp = b;
+    *sq++ = '"';
+    char* w = sq;
+    sq = put_word(sq, labels, 2, 4);
+    *sq++ = ' ';
+    sq = put_word(sq, labels, 2, 3);
+    sp = std::copy(w, sq, sp);
+    for (char* c = b; c < sp; ++c) {
+      if (*c == ' ') *c = '_';
+    }
+    *sq++ = '"';
+    for (int k = 0; k < 10; ++k) {
+      const Number n = draw_number(again);
+      *sq++ = ',';
+      *sp++ = ',';
+      sq = put_decimal(sq, n);
+      sp = put_decimal(sp, n);
+    }
+    *sq++ = '\n';
+    *sp++ = '\n';
+    std::fwrite(a, 1, static_cast<size_t>(sq - a), quoted);
+    std::fwrite(b, 1, static_cast<size_t>(sp - b), plain);
+  }
+  close_out(quoted, "quoted.csv");
+  close_out(plain, "plain.csv");
   return 0;
 }

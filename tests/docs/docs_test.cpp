@@ -460,7 +460,7 @@ void example_reads_back_as_expected(const std::string& folder) {
 
 void register_tests() {
   add_test("docs_man", "pages_present", [] {
-    for (const char* page : {"kolv.1", "kolvdump.1"}) {
+    for (const char* page : {"kolv.1", "kolvdump.1", "kolvprep.1"}) {
       EXPECT_TRUE(is_regular(kManDir + "/" + page)) << kManDir << "/" << page << " is missing";
     }
   });

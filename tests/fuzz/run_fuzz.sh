@@ -6,7 +6,7 @@
 # fails, printing where it is. Add such an input to tests/fuzz/corpus/TARGET/
 # once the fault is fixed, so that the ordinary test suite replays it.
 #
-#   tests/fuzz/run_fuzz.sh TARGET SECONDS     TARGET: command, delimited, packed
+#   tests/fuzz/run_fuzz.sh TARGET SECONDS     TARGET: command, delimited, packed, kolvprep
 #
 # Environment: KOLV_FUZZ_BUILD (build folder, default build-fuzz),
 # KOLV_FUZZ_CORPUS (scratch corpus folder to keep between runs; default a
@@ -14,7 +14,7 @@
 set -euo pipefail
 
 if [ $# -ne 2 ]; then
-  echo "usage: $0 TARGET SECONDS   (TARGET: command, delimited, packed)" >&2
+  echo "usage: $0 TARGET SECONDS   (TARGET: command, delimited, packed, kolvprep)" >&2
   exit 2
 fi
 target=$1

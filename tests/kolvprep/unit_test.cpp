@@ -1,0 +1,386 @@
+// kolvprep's parts in-process: value classes, splitting, names, each
+// detector on small samples, the plan and command file, and the rewrite.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kolvprep/cmdfile.hpp"
+#include "kolvprep/detect.hpp"
+#include "kolvprep/fields.hpp"
+#include "kolvprep/rewrite.hpp"
+
+namespace kolvprep {
+namespace {
+
+TEST(Classify, NumbersAreWhatKolvConvertsWhole) {
+  double v = 0;
+  EXPECT_EQ(classify("12", &v), ValueKind::kNumber);
+  EXPECT_EQ(v, 12.0);
+  EXPECT_EQ(classify("-2.5e3", &v), ValueKind::kNumber);
+  EXPECT_EQ(v, -2500.0);
+  EXPECT_EQ(classify("3504.", &v), ValueKind::kNumber);
+  EXPECT_EQ(classify("+.014", &v), ValueKind::kNumber);
+  EXPECT_EQ(v, 0.014);
+  EXPECT_EQ(classify("00202", &v), ValueKind::kNumber);
+  EXPECT_EQ(v, 202.0);
+  // Not taken whole, or read as text by kolv.
+  EXPECT_EQ(classify("1.5e"), ValueKind::kText);
+  EXPECT_EQ(classify("12abc"), ValueKind::kText);
+  EXPECT_EQ(classify("inf"), ValueKind::kText);
+  EXPECT_EQ(classify("0x1A"), ValueKind::kText);
+  EXPECT_EQ(classify("+"), ValueKind::kText);
+  EXPECT_EQ(classify("-"), ValueKind::kText);
+  EXPECT_EQ(classify("_5"), ValueKind::kText);
+}
+
+TEST(Classify, MissingTokens) {
+  for (const char* t : {"", "NA", "na", "N/A", "NaN", "nan", "null", "NULL", ".", "?"})
+    EXPECT_EQ(classify(t), ValueKind::kMissing) << t;
+  EXPECT_EQ(classify("NAN1"), ValueKind::kText);
+  EXPECT_EQ(classify("-999"), ValueKind::kNumber);
+}
+
+TEST(Classify, IsoDatesAndTimes) {
+  double v = 0;
+  EXPECT_EQ(classify("2010-01-01", &v), ValueKind::kDate);
+  EXPECT_EQ(v, 20100101.0);
+  EXPECT_EQ(classify("23:59", &v), ValueKind::kTime);
+  EXPECT_EQ(v, 235900.0);
+  EXPECT_EQ(classify("08:05:09.5", &v), ValueKind::kTime);
+  EXPECT_EQ(v, 80509.5);
+  EXPECT_EQ(classify("2010-01-01T12:00:00Z", &v), ValueKind::kDateTime);
+  EXPECT_EQ(v, 20100101120000.0);
+  EXPECT_EQ(classify("2010-13-01"), ValueKind::kText);
+  EXPECT_EQ(classify("2010-1-01"), ValueKind::kText);
+  EXPECT_EQ(classify("25:00"), ValueKind::kText);
+}
+
+TEST(MissingCodes, NinesLookLikeCodes) {
+  for (const char* t : {"-999", "-9999", "9999.9", "-9.99", "-0.99", "99999"})
+    EXPECT_TRUE(looks_like_missing_code(t)) << t;
+  for (const char* t : {"999", "99.9", "-1", "1999", "9998", "0"})
+    EXPECT_FALSE(looks_like_missing_code(t)) << t;
+}
+
+TEST(Splitter, QuotedCommaFields) {
+  Splitter s(Layout::kComma);
+  std::vector<std::string_view> f;
+  ASSERT_TRUE(s.split(R"(1, "a, b" ,"say ""hi""",,x )", f));
+  ASSERT_EQ(f.size(), 5u);
+  EXPECT_EQ(f[0], "1");
+  EXPECT_EQ(f[1], "a, b");
+  EXPECT_EQ(f[2], "say \"hi\"");
+  EXPECT_EQ(f[3], "");
+  EXPECT_EQ(f[4], "x");
+  EXPECT_TRUE(s.saw_quote());
+  EXPECT_FALSE(s.split(R"(1,"open)", f));
+  EXPECT_FALSE(s.split(R"(1,"a"b,2)", f));
+  ASSERT_TRUE(s.split("1,2,", f));
+  EXPECT_EQ(f.size(), 3u);
+}
+
+TEST(Splitter, TabKeepsEmptyFieldsAndBlanksRunTogether) {
+  Splitter tab(Layout::kTab);
+  std::vector<std::string_view> f;
+  ASSERT_TRUE(tab.split("1\t\t3", f));
+  EXPECT_EQ(f.size(), 3u);
+  EXPECT_EQ(f[1], "");
+  Splitter blank(Layout::kBlank);
+  ASSERT_TRUE(blank.split("  18.0   8\t\"chevrolet chevelle\"  ", f));
+  ASSERT_EQ(f.size(), 3u);
+  EXPECT_EQ(f[2], "chevrolet chevelle");
+}
+
+TEST(Splitter, FixedColumnsPastTheLineAreEmpty) {
+  Splitter s(Layout::kFixed, {{0, 4}, {5, 3}, {10, 2}});
+  std::vector<std::string_view> f;
+  ASSERT_TRUE(s.split("1749 12x", f));
+  ASSERT_EQ(f.size(), 3u);
+  EXPECT_EQ(f[0], "1749");
+  EXPECT_EQ(f[1], "12x");
+  EXPECT_EQ(f[2], "");
+}
+
+TEST(Names, ValidDistinctAndWithinTheLimit) {
+  std::vector<std::string> taken;
+  EXPECT_EQ(make_name("pm2.5", 1, taken), "pm2_5");
+  EXPECT_EQ(make_name("PM2 5", 2, taken), "PM2_5_2");
+  EXPECT_EQ(make_name("", 3, taken), "V3");
+  EXPECT_EQ(make_name("2nd", 4, taken), "V2nd");
+  EXPECT_EQ(make_name("record", 5, taken), "record_");
+  EXPECT_EQ(make_name("Delimit", 6, taken), "Delimit_");
+  EXPECT_EQ(make_name("-dDl", 7, taken), "dDl");
+  const std::string longname(40, 'a');
+  const std::string n1 = make_name(longname, 8, taken);
+  const std::string n2 = make_name(longname, 9, taken);
+  EXPECT_EQ(n1.size(), 32u);
+  EXPECT_EQ(n2.size(), 32u);
+  EXPECT_NE(n1, n2);
+}
+
+// A sample from text held in memory.
+struct Found {
+  bool ok = false;
+  std::string error;
+  Detection d;
+};
+
+Found look(const std::string& text) {
+  Found f;
+  Sample s;
+  if (!sample_from_bytes(text, true, text.size(), s, f.error)) return f;
+  f.ok = detect(s, f.d, f.error);
+  return f;
+}
+
+TEST(Detect, CommaHeaderNamesAndTypes) {
+  const Found f = look("No,pm2.5,cbwd\r\n1,,NW\r\n2,5.5,cv\r\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kComma);
+  EXPECT_TRUE(f.d.header);
+  EXPECT_TRUE(f.d.crlf);
+  EXPECT_EQ(f.d.skip, 1u);
+  ASSERT_EQ(f.d.columns.size(), 3u);
+  EXPECT_EQ(f.d.columns[0].name, "NO");
+  EXPECT_EQ(f.d.columns[1].name, "PM2_5");
+  EXPECT_EQ(f.d.columns[1].missing, 1u);
+  EXPECT_EQ(f.d.columns[2].name, "cbwd");
+  EXPECT_EQ(f.d.columns[2].type, ColumnType::kCharacter);
+}
+
+TEST(Detect, EachDelimiter) {
+  EXPECT_EQ(look("1\t2\n3\t4\n").d.layout, Layout::kTab);
+  EXPECT_EQ(look("1;2\n3;4\n").d.layout, Layout::kSemicolon);
+  EXPECT_EQ(look("1|2\n3|4\n").d.layout, Layout::kPipe);
+  EXPECT_EQ(look(" 1  2\n 3  4\n").d.layout, Layout::kBlank);
+  // A tab that only sets off one column of a blank-aligned table.
+  const Found f = look("1 2 3\t\"a b\"\n4 5 6\t\"c\"\n");
+  EXPECT_EQ(f.d.layout, Layout::kBlank);
+  EXPECT_EQ(f.d.columns.size(), 4u);
+}
+
+TEST(Detect, NoHeaderWhenTheFirstLineIsData) {
+  const Found f = look("1,2\n3,4\n");
+  ASSERT_TRUE(f.ok);
+  EXPECT_FALSE(f.d.header);
+  EXPECT_EQ(f.d.columns[0].name, "V1");
+  EXPECT_EQ(f.d.skip, 0u);
+}
+
+TEST(Detect, AllTextColumnsWithAHeader) {
+  const Found f = look("name,code\nann,x\nbob,y\n");
+  ASSERT_TRUE(f.ok);
+  EXPECT_TRUE(f.d.header);
+  const Found g = look("ann,x\nbob,y\nann,y\n");
+  EXPECT_FALSE(g.d.header);
+}
+
+TEST(Detect, CommentsBlankLinesAndTitlesFromTheLastComment) {
+  const Found f = look("# made by hand\n\n # l  Dl\n  1 2\n  3 4\n\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.comment, '#');
+  EXPECT_EQ(f.d.skip, 3u);
+  EXPECT_TRUE(f.d.names_from_comment);
+  EXPECT_EQ(f.d.columns[0].name, "L");
+  EXPECT_EQ(f.d.columns[1].name, "DL");
+  EXPECT_EQ(f.d.blank_lines, 1u);
+}
+
+TEST(Detect, ByteOrderMarkIsRemoved) {
+  const Found f = look("\xEF\xBB\xBFx,y\n1,2\n");
+  ASSERT_TRUE(f.ok);
+  EXPECT_TRUE(f.d.bom);
+  EXPECT_EQ(f.d.columns[0].name, "X");
+}
+
+TEST(Detect, FixedColumnsFromTheColumnsThatLineUp) {
+  std::string text;
+  for (int i = 0; i < 20; ++i) {
+    char line[40];
+    std::snprintf(line, sizeof line, "AB%4d%5.1f%c\n", 1990 + i, i * 1.5 - 5, i % 2 ? 'x' : ' ');
+    text += line;
+  }
+  // Split at blanks, "AB1990" and "-5.0x" would be text; the columns that
+  // line up give four.
+  const Found f = look(text);
+  ASSERT_TRUE(f.ok) << f.error;
+  ASSERT_EQ(f.d.layout, Layout::kFixed);
+  ASSERT_EQ(f.d.columns.size(), 4u);
+  EXPECT_EQ(f.d.columns[0].fixed.start, 0u);
+  EXPECT_EQ(f.d.columns[0].fixed.width, 2u);
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kCharacter);
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kNumeric);
+  EXPECT_EQ(f.d.columns[2].type, ColumnType::kNumeric);
+  EXPECT_EQ(f.d.columns[3].fixed.start, 11u);
+  EXPECT_EQ(f.d.record_length, 12u);
+}
+
+TEST(Detect, WarningsOfEachKind) {
+  const Found f = look("v,t,n\n-999,Iris-versicolor,70000\n-999,a b,1\n1,c,2\n");
+  ASSERT_TRUE(f.ok);
+  const Plan p = make_plan(f.d, "x.csv", "x");
+  const std::vector<std::string> w = report_warnings(f.d, p);
+  std::string all;
+  for (const std::string& s : w) all += s + "\n";
+  EXPECT_NE(all.find("column V: -999 (2 times) looks like a missing-value code"), std::string::npos)
+      << all;
+  EXPECT_NE(all.find("column t: text up to 15 characters"), std::string::npos) << all;
+  EXPECT_NE(all.find("column t: blanks, tabs or commas inside values (\"a b\", line 3)"),
+            std::string::npos)
+      << all;
+  std::string notes;
+  for (const std::string& s : report_notes(f.d, p)) notes += s + "\n";
+  EXPECT_NE(notes.find("integers beyond the 2-byte range in N"), std::string::npos) << notes;
+  const Found m = look("a,b\n1,NA\n?,2\n3,N/A\n");
+  std::string missing;
+  for (const std::string& s : report_notes(m.d, make_plan(m.d, "m.csv", "m"))) missing += s + "\n";
+  EXPECT_NE(missing.find("missing values: 3 in 2 columns (\"?\", \"NA\", \"N/A\")"),
+            std::string::npos)
+      << missing;
+}
+
+TEST(Detect, Refusals) {
+  EXPECT_EQ(look("").error, "the file is empty");
+  EXPECT_EQ(look("\xEF\xBB\xBF").error, "the file holds nothing but a byte-order mark");
+  EXPECT_EQ(look("1,2\n3\0,4\n").error, "");  // text cut at the literal's NUL: one line
+  EXPECT_EQ(look(std::string("1,2\n3\0,4\n", 9)).error, "a NUL byte at offset 5: not a text file");
+  EXPECT_EQ(look("1,2,3\n").error, "only one line of data: too little to tell a header from data");
+  EXPECT_EQ(look("# only\n\n").error, "no lines of data: only blank or comment lines");
+}
+
+TEST(Plan, ReadAsItIsOnlyWhenKolvReadsTheTextExactly) {
+  EXPECT_TRUE(make_plan(look("1,2\n3,4\n").d, "a.csv", "a").direct);
+  EXPECT_FALSE(make_plan(look("a,b\n3,4\n").d, "a.csv", "a").direct);          // header
+  EXPECT_FALSE(make_plan(look("1,NA\n3,4\n").d, "a.csv", "a").direct);         // token
+  EXPECT_FALSE(make_plan(look("1,\"x\"\n3,\"y\"\n").d, "a.csv", "a").direct);  // quotes
+  EXPECT_FALSE(make_plan(look("1,2010-01-01\n3,2010-01-02\n").d, "a.csv", "a").direct);
+  EXPECT_FALSE(make_plan(look("1,2\n\n3,4\n").d, "a.csv", "a").direct);  // blank line
+  EXPECT_TRUE(make_plan(look(" 1 2\n 3 4\n").d, "a.txt", "a").direct);
+  const Plan p = make_plan(look("1,NA\n3,4\n").d, "my file.csv", "a");
+  EXPECT_EQ(p.command, "kolvprep --text --layout=comma --columns=2 'my file.csv' | kolv a.cmd");
+}
+
+TEST(CommandFile, FirstLineIsTheRunCommandAndStatementsEnd) {
+  const Found f = look("id,name\n1,x@y\n2,z\n");
+  const Plan p = make_plan(f.d, "in.csv", "out");
+  const std::string t = command_file_text(f.d, p, "in.csv", "out", "9");
+  EXPECT_EQ(t.substr(0, t.find('\n')), "@ run: " + p.command + " @");
+  EXPECT_NE(t.find("INPUT /dev/stdin;"), std::string::npos);
+  EXPECT_NE(t.find("OUTPUT out.dat;"), std::string::npos);
+  EXPECT_NE(t.find("INVAR DELIMIT(\\R)"), std::string::npos);
+  EXPECT_NE(t.find("#ID"), std::string::npos);
+  EXPECT_NE(t.find("$name"), std::string::npos);
+  // Comments pair up: an even number of "@".
+  EXPECT_EQ(std::count(t.begin(), t.end(), '@') % 2, 0);
+}
+
+// The rewrite over text held in memory, fed in pieces of `piece` bytes.
+struct Rewritten {
+  std::string out;
+  std::vector<std::string> warnings;
+};
+
+Rewritten rewrite_text(const std::string& text, TextOptions o, size_t piece = 1 << 20) {
+  Rewritten r;
+  std::string error;
+  EXPECT_TRUE(finish_text_options(o, error)) << error;
+  Rewriter rw(
+      o,
+      [&](const char* d, size_t n) {
+        r.out.append(d, n);
+        return true;
+      },
+      [&](const std::string& w) { r.warnings.push_back(w); });
+  for (size_t at = 0; at < text.size(); at += piece)
+    rw.feed(text.data() + at, std::min(piece, text.size() - at));
+  rw.finish();
+  return r;
+}
+
+TEST(Rewrite, HeaderQuotesMissingDatesAndSeparators) {
+  TextOptions o;
+  std::string error;
+  for (const char* a : {"--layout=comma", "--skip=1", "--columns=4", "--date=3"})
+    ASSERT_TRUE(parse_text_option(a, o, error)) << a;
+  const std::string in =
+      "\xEF\xBB\xBFh1,h2,h3,h4\r\n1,\"a, b\",2010-01-31,NA\r\n\r\n2,x,bad,null\r\n3,4\r\n";
+  const Rewritten r = rewrite_text(in, o);
+  EXPECT_EQ(r.out, "1,a__b,20100131,\n2,x,bad,\n3,4\n");
+  ASSERT_EQ(r.warnings.size(), 2u);
+  EXPECT_EQ(r.warnings[0], "line 2: blanks, tabs or commas inside \"a, b\" written as \"_\"");
+  EXPECT_EQ(r.warnings[1], "line 5: 2 fields where 4 are expected; passed on as it is");
+  // The same bytes fed one at a time give the same text.
+  EXPECT_EQ(rewrite_text(in, o, 1).out, r.out);
+}
+
+TEST(Rewrite, OnePassCopyEqualsTheFullWay) {
+  TextOptions o;
+  std::string error;
+  for (const char* a : {"--layout=comma", "--columns=3"})
+    ASSERT_TRUE(parse_text_option(a, o, error));
+  const std::string in =
+      "1,2,3\n\"a b\",NA,n\n\"x\"\"y\",.,?\n\" lead\",2,3\n\"tail \",1,2\n\"q\"z,1,2\n"
+      "a b,1,2\n1,2\n1,2,3,4\n\"\",null,N/A\n\"open,1,2\nnone,-1.5e3,\"7\"\n";
+  TextOptions full = o;
+  full.one_pass = false;
+  const Rewritten fast = rewrite_text(in, o);
+  const Rewritten slow = rewrite_text(in, full);
+  EXPECT_EQ(fast.out, slow.out);
+  EXPECT_EQ(fast.warnings, slow.warnings);
+  EXPECT_EQ(fast.out,
+            "1,2,3\na_b,,n\nx\"y,,\nlead,2,3\ntail,1,2\n\"q\"z,1,2\na_b,1,2\n1,2\n1,2,3,4\n,,\n"
+            "\"open,1,2\nnone,-1.5e3,7\n");
+}
+
+TEST(Rewrite, BlankFixedAndComments) {
+  TextOptions o;
+  std::string error;
+  for (const char* a : {"--layout=blank", "--comment=hash", "--columns=2"})
+    ASSERT_TRUE(parse_text_option(a, o, error));
+  EXPECT_EQ(rewrite_text("# c\n 1  2\n # c\n 3 ?\n", o).out, "1,2\n3,\n");
+  TextOptions fx;
+  for (const char* a : {"--layout=fixed", "--fixed=1-2,3-6"})
+    ASSERT_TRUE(parse_text_option(a, fx, error));
+  EXPECT_EQ(rewrite_text("ab 1.5\nc\nde  -2x\n", fx).out, "ab,1.5\nc,\nde,-2\n");
+}
+
+TEST(Rewrite, OverLongLineIsPassedOnWithoutBeingHeld) {
+  TextOptions o;
+  std::string error;
+  ASSERT_TRUE(parse_text_option("--columns=2", o, error));
+  const std::string longline(kMaxLine + 10, '9');
+  const Rewritten r = rewrite_text("1,2\n" + longline + "\n3,4", o, 4096);
+  EXPECT_EQ(r.out, "1,2\n" + longline + "\n3,4\n");
+  ASSERT_EQ(r.warnings.size(), 1u);
+  EXPECT_EQ(r.warnings[0], "line 2 is longer than 1 MiB: passed on as it is");
+}
+
+TEST(Rewrite, OptionsAreCheckedWhole) {
+  TextOptions o;
+  std::string error;
+  EXPECT_FALSE(parse_text_option("--layout=wavy", o, error));
+  EXPECT_FALSE(parse_text_option("--skip=-1", o, error));
+  EXPECT_FALSE(parse_text_option("--fixed=3-1", o, error));
+  EXPECT_FALSE(parse_text_option("--colour=red", o, error));
+  EXPECT_EQ(error, "unknown option --colour=red");
+  EXPECT_FALSE(finish_text_options(o, error));
+  EXPECT_EQ(error, "--columns=N is needed");
+}
+
+TEST(Rewrite, OptionsOfADetectionRoundTrip) {
+  const Found f = look("d,t\n2010-01-01,10:00\n2010-01-02,11:00\n");
+  const std::vector<std::string> args = text_options_for(f.d);
+  TextOptions o;
+  std::string error;
+  for (const std::string& a : args) ASSERT_TRUE(parse_text_option(a, o, error)) << a;
+  ASSERT_TRUE(finish_text_options(o, error));
+  EXPECT_EQ(o.skip, 1u);
+  EXPECT_EQ(o.types[0], ColumnType::kDate);
+  EXPECT_EQ(o.types[1], ColumnType::kTime);
+}
+
+}  // namespace
+}  // namespace kolvprep

@@ -1,0 +1,372 @@
+#include "cmdfile.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "rewrite.hpp"
+
+namespace kolvprep {
+
+namespace {
+
+std::string num(uint64_t n) {
+  return std::to_string(n);
+}
+
+// Comment text may hold anything but "@", which would end the comment.
+std::string clean(std::string_view s) {
+  std::string out;
+  for (char c : s) {
+    const unsigned char u = static_cast<unsigned char>(c);
+    out.push_back(c == '@' ? '?' : (u < 32 || u == 127) ? ' ' : c);
+  }
+  return out;
+}
+
+bool is_date_like(ColumnType t) {
+  return t == ColumnType::kDate || t == ColumnType::kTime || t == ColumnType::kDateTime;
+}
+
+const char* type_word(ColumnType t) {
+  switch (t) {
+    case ColumnType::kNumeric:
+      return "numeric";
+    case ColumnType::kCharacter:
+      return "character";
+    case ColumnType::kDate:
+      return "ISO date";
+    case ColumnType::kTime:
+      return "ISO time";
+    case ColumnType::kDateTime:
+      return "ISO date and time";
+  }
+  return "numeric";
+}
+
+std::string where(uint64_t line) {
+  return line ? "line " + num(line) : "in the sample";
+}
+
+// The single-character missing tokens other than "." (MSYM can name one).
+bool single_msym(const Detection& d, char* msym, bool* others) {
+  *msym = 0;
+  *others = false;
+  for (const Column& c : d.columns) {
+    for (const std::string& t : c.missing_tokens) {
+      if (t == ".") continue;
+      if (t.size() == 1 && t != ";" && t != "@" && (*msym == 0 || *msym == t[0])) {
+        *msym = t[0];
+      } else {
+        *others = true;
+      }
+    }
+  }
+  return !*others;
+}
+
+bool can_read_as_is(const Detection& d, char* msym) {
+  *msym = 0;
+  bool others = false;
+  if (d.bom || d.skip != 0 || d.quotes || d.misfits != 0 || d.comment_lines != 0) return false;
+  for (const Column& c : d.columns) {
+    if (is_date_like(c.type)) return false;
+  }
+  switch (d.layout) {
+    case Layout::kComma:
+      // One record a line: a blank line would be a record of missing values,
+      // and a blank inside a value ends the field.
+      if (d.blank_lines != 0) return false;
+      for (const Column& c : d.columns) {
+        if (c.text_with_separators) return false;
+        for (const std::string& t : c.missing_tokens)
+          if (!t.empty() && t != ".") return false;
+      }
+      return true;
+    case Layout::kBlank:
+      // Values follow one another whatever the lines: only a whole file
+      // whose every line was seen to hold the table's width is safe.
+      if (!d.whole_file || d.commas_in_blank_values) return false;
+      return single_msym(d, msym, &others);
+    case Layout::kFixed:
+      if (!d.whole_file || d.record_length == 0 || !d.final_newline || d.tabs_in_data ||
+          d.blank_lines != 0 || d.mixed_line_ends)
+        return false;
+      for (const Column& c : d.columns) {
+        for (const std::string& t : c.missing_tokens)
+          if (!t.empty() && t != ".") return false;
+      }
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool plain_shell_byte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+         c == '_' || c == '-' || c == '/' || c == '+' || c == '=' || c == ',' || c == ':';
+}
+
+}  // namespace
+
+std::string shell_quote(std::string_view word) {
+  bool plain = !word.empty();
+  for (char c : word) plain = plain && plain_shell_byte(c);
+  if (plain) return std::string(word);
+  std::string out = "'";
+  for (char c : word) {
+    if (c == '\'')
+      out += "'\\''";
+    else
+      out.push_back(c);
+  }
+  return out + "'";
+}
+
+std::string layout_summary(const Detection& d) {
+  std::string s;
+  switch (d.layout) {
+    case Layout::kComma:
+      s = "comma-separated";
+      break;
+    case Layout::kTab:
+      s = "tab-separated";
+      break;
+    case Layout::kSemicolon:
+      s = "semicolon-separated";
+      break;
+    case Layout::kPipe:
+      s = "separated by \"|\"";
+      break;
+    case Layout::kBlank:
+      s = "values separated by blanks";
+      break;
+    case Layout::kFixed:
+      s = "fixed columns without a delimiter";
+      break;
+  }
+  if (d.quotes) s += ", quoted fields";
+  s += d.crlf ? ", CRLF line ends" : ", LF line ends";
+  if (d.bom) s += ", byte-order mark";
+  return s;
+}
+
+Plan make_plan(const Detection& d, const std::string& file, const std::string& name) {
+  Plan p;
+  const std::string cmd = shell_quote(name + ".cmd");
+  p.direct = can_read_as_is(d, &p.msym);
+  if (p.direct) {
+    // INPUT takes the rest of its statement as the name, so a name with
+    // ";" or blanks at its ends reaches kolv on standard input instead.
+    const bool awkward = file.find(';') != std::string::npos || file.front() == ' ' ||
+                         file.back() == ' ' || file.find('\n') != std::string::npos;
+    p.input_redirect = awkward;
+    p.input = awkward ? "/dev/stdin" : file;
+    p.command = "kolv " + cmd + (awkward ? " < " + shell_quote(file) : "");
+  } else {
+    p.input = "/dev/stdin";
+    p.text_options = text_options_for(d);
+    p.command = "kolvprep --text";
+    for (const std::string& o : p.text_options) p.command += " " + o;
+    p.command += std::string(" ") + shell_quote(file) + " | kolv " + cmd;
+  }
+  return p;
+}
+
+namespace {
+
+// Warnings of one kind about several columns: each alone up to three, then
+// one line naming the columns.
+class ColumnWarnings {
+ public:
+  void add(const std::string& kind, const std::string& column, const std::string& detail) {
+    for (Group& g : groups_) {
+      if (g.kind == kind) {
+        g.columns.push_back(column);
+        g.details.push_back(detail);
+        return;
+      }
+    }
+    groups_.push_back({kind, {column}, {detail}});
+  }
+  void put(std::vector<std::string>& out) const {
+    for (const Group& g : groups_) {
+      if (g.columns.size() <= 3) {
+        for (size_t i = 0; i < g.columns.size(); ++i)
+          out.push_back("column " + g.columns[i] + ": " + g.details[i]);
+        continue;
+      }
+      std::string names;
+      for (size_t i = 0; i < g.columns.size() && i < 6; ++i)
+        names += (i ? ", " : "") + g.columns[i];
+      if (g.columns.size() > 6) names += ", ...";
+      out.push_back(std::to_string(g.columns.size()) + " columns (" + names + "): " + g.kind +
+                    " (first: " + g.details.front() + ")");
+    }
+  }
+
+ private:
+  struct Group {
+    std::string kind;
+    std::vector<std::string> columns;
+    std::vector<std::string> details;
+  };
+  std::vector<Group> groups_;
+};
+
+}  // namespace
+
+std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
+  std::vector<std::string> w;
+  ColumnWarnings cw;
+  for (const std::string& m : d.misfit_notes) w.push_back(m + "; kolv will report it");
+  if (d.misfits > d.misfit_notes.size())
+    w.push_back(num(d.misfits) + " lines of the sample do not fit the layout");
+  for (const Column& c : d.columns) {
+    if (c.type == ColumnType::kCharacter && c.widest > 8)
+      cw.add("text longer than 8 characters; kolv keeps the first 8", c.name,
+             "text up to " + num(c.widest) + " characters (\"" + c.widest_text + "\", " +
+                 where(c.widest_line) + "); kolv keeps the first 8");
+    if (c.type == ColumnType::kCharacter && c.numbers > 0)
+      cw.add("numbers and text; read as character", c.name,
+             num(c.numbers) + " numbers and " + num(c.texts) + " text values (\"" + c.first_text +
+                 "\", " + where(c.first_text_line) + "): read as character");
+    if (c.text_with_separators && !plan.direct)
+      cw.add("blanks, tabs or commas inside values are written as \"_\"", c.name,
+             "blanks, tabs or commas inside values (\"" + c.separator_example + "\", " +
+                 where(c.separator_line) + ") are written as \"_\"");
+    if (!c.code.empty() && c.code_count >= 2 && c.type == ColumnType::kNumeric)
+      cw.add("numbers that look like missing-value codes; kept as numbers", c.name,
+             c.code + " (" + num(c.code_count) +
+                 " times) looks like a missing-value code; kept as a number");
+  }
+  cw.put(w);
+  if (!d.whole_file)
+    w.push_back(
+        "only a sample was read (the start and blocks through the file); --full reads it all");
+  return w;
+}
+
+std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
+  std::vector<std::string> n;
+  if (d.header)
+    n.push_back("line " + num(d.header_line) + " is a header line: its fields give the names");
+  if (d.names_from_comment) n.push_back("the comment line before the data gives the names");
+  if (d.skip > (d.header ? 1u : 0u))
+    n.push_back("the data start at line " + num(d.skip + 1) + "; the lines before are dropped");
+  for (const std::string& s : d.name_notes) n.push_back("header " + s);
+  std::string wide;
+  for (const Column& c : d.columns) {
+    if (c.type == ColumnType::kNumeric && c.numbers > 0 && c.integers &&
+        (c.max > 32767 || c.min < -32767))
+      wide += (wide.empty() ? "" : ", ") + c.name;
+    if (is_date_like(c.type))
+      n.push_back("column " + c.name + ": " + type_word(c.type) + "s, written as numbers " +
+                  (c.type == ColumnType::kDate   ? "yyyymmdd"
+                   : c.type == ColumnType::kTime ? "hhmmss"
+                                                 : "yyyymmddhhmmss"));
+  }
+  // Missing-value tokens, with how many values and columns hold them.
+  std::vector<std::string> tokens;
+  uint64_t missing = 0;
+  size_t columns = 0;
+  for (const Column& c : d.columns) {
+    if (c.missing == 0) continue;
+    missing += c.missing;
+    ++columns;
+    for (const std::string& t : c.missing_tokens) {
+      const std::string shown = t.empty() ? "empty" : "\"" + t + "\"";
+      if (std::find(tokens.begin(), tokens.end(), shown) == tokens.end()) tokens.push_back(shown);
+    }
+  }
+  if (missing != 0) {
+    std::string list;
+    for (const std::string& t : tokens) list += (list.empty() ? "" : ", ") + t;
+    n.push_back("missing values: " + num(missing) + " in " + num(columns) + " column" +
+                (columns == 1 ? "" : "s") + " (" + list + ")");
+  }
+  if (!wide.empty())
+    n.push_back("integers beyond the 2-byte range in " + wide +
+                ": 2-byte output (OUTTYP I) would not hold them");
+  if (plan.msym != 0) n.push_back(std::string("\"") + plan.msym + "\" marks missing values (MSYM)");
+  return n;
+}
+
+std::string command_file_text(const Detection& d, const Plan& plan, const std::string& file,
+                              const std::string& name, const char* version) {
+  std::string t;
+  t += "@ run: " + clean(plan.command) + " @\n";
+  t += "@ written by kolvprep " + std::string(version) + " from " + clean(file) + ": " +
+       clean(layout_summary(d)) + "; " + num(d.columns.size()) + " columns @\n";
+  if (plan.direct) {
+    t += "INPUT " + plan.input + ";" +
+         (plan.input_redirect ? "  @ the file comes on standard input @" : "") + "\n";
+  } else {
+    t += "INPUT /dev/stdin;  @ the text comes through the pipe from kolvprep --text, which drops";
+    if (d.skip == 1) t += " the first line,";
+    if (d.skip > 1) t += " the first " + num(d.skip) + " lines,";
+    t += " blank and comment lines, removes quotes, makes missing tokens empty fields and";
+    t += " writes blanks and commas inside values as _ @\n";
+  }
+  t += "OUTPUT " + name + ".dat;\n";
+  bool text = false;
+  for (const Column& c : d.columns) text = text || c.type == ColumnType::kCharacter;
+  t += std::string("OUTTYP D;  @ 8-byte doubles") +
+       (text ? ": character values need them" : ": every number kept exactly as read") + " @\n";
+  if (plan.msym != 0)
+    t += std::string("MSYM ") + plan.msym + ";  @ \"" + clean(std::string(1, plan.msym)) +
+         "\" marks a missing value, as \".\" does @\n";
+
+  if (d.layout == Layout::kFixed && plan.direct) {
+    t += "INVAR RECORD = " + num(d.record_length) +
+         "  @ fixed columns; kolv notices the line end after each record; a blank numeric field is "
+         "missing @\n";
+  } else if (plan.direct && d.layout == Layout::kBlank) {
+    t += "INVAR  @ values separated by blanks: a record is the next " + num(d.columns.size()) +
+         " values @\n";
+  } else {
+    t += "INVAR DELIMIT(\\R)  @ one record a line, fields separated by commas; an empty field is "
+         "missing @\n";
+  }
+  int mode = -1;
+  for (size_t j = 0; j < d.columns.size(); ++j) {
+    const Column& c = d.columns[j];
+    const int m = c.type == ColumnType::kCharacter ? 0 : 1;
+    std::string item = "  ";
+    if (m != mode) item += m ? "#" : "$";
+    mode = m;
+    if (d.layout == Layout::kFixed && plan.direct)
+      item += std::string("(") + num(c.fixed.start + 1) + "," + num(c.fixed.width) + ") ";
+    item += c.name;
+    std::string why;
+    if (!c.header.empty() && c.header != c.name)
+      why += std::string("\"") + c.header.substr(0, 40) + "\"";
+    if (d.layout == Layout::kFixed && !plan.direct)
+      why += (why.empty() ? "" : "; ") + std::string("columns ") + num(c.fixed.start + 1) + "-" +
+             num(c.fixed.start + c.fixed.width);
+    if (is_date_like(c.type))
+      why += (why.empty() ? "" : "; ") + std::string(type_word(c.type)) + " written as " +
+             (c.type == ColumnType::kDate   ? "yyyymmdd"
+              : c.type == ColumnType::kTime ? "hhmmss"
+                                            : "yyyymmddhhmmss");
+    if (c.type == ColumnType::kCharacter && c.widest > 8)
+      why += (why.empty() ? "" : "; ") + std::string("text up to ") + num(c.widest) +
+             " characters: kolv keeps 8";
+    if (c.type == ColumnType::kCharacter && c.numbers > 0)
+      why += (why.empty() ? "" : "; ") + std::string("numbers and text: read as character");
+    if (!c.code.empty() && c.code_count >= 2 && c.type == ColumnType::kNumeric)
+      why += (why.empty() ? "" : "; ") + c.code + " looks like a missing code, kept as a number";
+    if (c.missing > 0 && !c.missing_tokens.empty()) {
+      std::string tokens;
+      for (const std::string& tok : c.missing_tokens)
+        tokens += std::string(tokens.empty() ? "" : " ") +
+                  (tok.empty() ? std::string("empty") : std::string("\"") + tok + "\"");
+      why += (why.empty() ? "" : "; ") + std::string("missing: ") + tokens;
+    }
+    if (!why.empty()) item += "  @ " + clean(why) + " @";
+    t += item + (j + 1 == d.columns.size() ? ";" : "") + "\n";
+  }
+  return t;
+}
+
+}  // namespace kolvprep

@@ -1,0 +1,125 @@
+// Looking at a text file: a sample of its lines, then its layout, the lines
+// before the data, a header line, and what each column holds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fields.hpp"
+
+namespace kolvprep {
+
+// How much is read when the whole file is not: the start, and blocks spread
+// through the rest.
+struct SampleSize {
+  size_t whole_limit = size_t{4} << 20;  // files up to this size are read whole
+  size_t start = size_t{1} << 20;
+  size_t block = size_t{256} << 10;
+  size_t blocks = 12;
+};
+
+// The longest line taken for a table row.
+inline constexpr size_t kMaxLine = size_t{1} << 20;
+
+struct SampleLine {
+  std::string_view text;  // without its line end (and without a final CR)
+  uint64_t number = 0;    // 1-based line number; 0 in a block of the sample
+};
+
+struct Sample {
+  Sample() = default;
+  Sample(const Sample&) = delete;  // the lines point into its own chunks
+  Sample& operator=(const Sample&) = delete;
+  std::deque<std::string> chunks;  // what was read (BOM removed); never moved once read
+  std::vector<SampleLine> lines;
+  size_t start_lines = 0;  // lines[0, start_lines) are the file's first lines, in order
+  bool whole_file = false;
+  uint64_t file_size = 0;
+  bool bom = false;
+  size_t crlf_lines = 0;
+  size_t lf_lines = 0;
+  bool final_newline = true;
+};
+
+// Builds a sample from bytes already in memory (the whole file, or its start
+// when `whole` is false). Returns false with a one-line reason when the
+// bytes cannot be a table: empty, a byte-order mark alone, NUL bytes, a line
+// longer than kMaxLine.
+bool sample_from_bytes(std::string bytes, bool whole, uint64_t file_size, Sample& sample,
+                       std::string& error);
+
+// Reads the sample of the file at `path` (all of it with `full`).
+bool read_sample(const std::string& path, bool full, const SampleSize& size, Sample& sample,
+                 std::string& error);
+
+enum class ColumnType { kNumeric, kCharacter, kDate, kTime, kDateTime };
+
+struct Column {
+  std::string name;    // the variable name written in the command file
+  std::string header;  // the header field it came from, if any
+  ColumnType type = ColumnType::kNumeric;
+  FixedColumn fixed;  // fixed layout only
+  size_t numbers = 0, texts = 0, missing = 0, dates = 0, times = 0, datetimes = 0;
+  size_t widest = 0;  // longest value kept as text
+  std::string widest_text;
+  uint64_t widest_line = 0;
+  std::string first_text;  // first value that is text
+  uint64_t first_text_line = 0;
+  bool text_with_separators = false;  // a blank, tab or comma inside a value
+  std::string separator_example;
+  uint64_t separator_line = 0;
+  bool integers = true;
+  double min = 0, max = 0;
+  std::vector<std::string> missing_tokens;  // distinct missing tokens seen
+  std::string code;                         // a number that looks like a missing-value code
+  size_t code_count = 0;
+};
+
+struct Detection {
+  Layout layout = Layout::kComma;
+  size_t skip = 0;   // lines dropped before the data, counted from the file's start
+  char comment = 0;  // lines beginning with it are comments (0: none)
+  bool header = false;
+  uint64_t header_line = 0;
+  bool names_from_comment = false;
+  std::vector<Column> columns;
+  bool quotes = false;
+  bool whole_file = false;
+  bool crlf = false;
+  bool bom = false;
+  uint64_t data_lines = 0;     // data lines in the sample
+  uint64_t blank_lines = 0;    // blank lines among or after the data
+  uint64_t comment_lines = 0;  // comment lines among or after the data
+  bool final_newline = true;
+  bool mixed_line_ends = false;
+  // Lines of the sample that do not fit the layout (count, and the first few).
+  uint64_t misfits = 0;
+  std::vector<std::string> misfit_notes;
+  // Fixed layout: every data line has this length (0 when they differ).
+  size_t record_length = 0;
+  bool tabs_in_data = false;
+  bool commas_in_blank_values = false;
+  std::vector<std::string> name_notes;  // header names that had to change
+};
+
+// Finds the layout, header and columns of the sample. Returns false with a
+// one-line reason when no table can be found.
+bool detect(const Sample& sample, Detection& detection, std::string& error);
+
+// The name rules of the command language: letters, digits and "_", at most
+// 32 characters, starting with a letter or "_" (so that the packed record
+// description takes it too), distinct without regard to case, and never the
+// words RECORD or DELIMIT. `wanted` is the header text; `index` the column's
+// 1-based number for a generated name.
+std::string make_name(std::string_view wanted, size_t index, std::vector<std::string>& taken);
+
+// Numbers that look like missing-value codes: every digit a 9 (at least
+// four, or two in a negative number), such as -999, 9999.9 or -9.99; 999
+// alone is too often a real value (a pressure, a count).
+bool looks_like_missing_code(std::string_view value);
+
+}  // namespace kolvprep

@@ -1,0 +1,303 @@
+#include "fields.hpp"
+
+#include <cctype>
+#include <cstring>
+
+#include "base/numparse.hpp"
+
+namespace kolvprep {
+
+const char* layout_word(Layout layout) {
+  switch (layout) {
+    case Layout::kComma:
+      return "comma";
+    case Layout::kTab:
+      return "tab";
+    case Layout::kSemicolon:
+      return "semicolon";
+    case Layout::kPipe:
+      return "pipe";
+    case Layout::kBlank:
+      return "blank";
+    case Layout::kFixed:
+      return "fixed";
+  }
+  return "comma";
+}
+
+bool layout_from_word(std::string_view word, Layout& layout) {
+  for (Layout l : {Layout::kComma, Layout::kTab, Layout::kSemicolon, Layout::kPipe, Layout::kBlank,
+                   Layout::kFixed}) {
+    if (word == layout_word(l)) {
+      layout = l;
+      return true;
+    }
+  }
+  return false;
+}
+
+char layout_delimiter(Layout layout) {
+  switch (layout) {
+    case Layout::kComma:
+      return ',';
+    case Layout::kTab:
+      return '\t';
+    case Layout::kSemicolon:
+      return ';';
+    case Layout::kPipe:
+      return '|';
+    default:
+      return 0;
+  }
+}
+
+std::string_view trim(std::string_view s) {
+  size_t b = 0;
+  size_t e = s.size();
+  while (b < e && is_blank(s[b])) ++b;
+  while (e > b && is_blank(s[e - 1])) --e;
+  return s.substr(b, e - b);
+}
+
+Splitter::Splitter(Layout layout, std::vector<FixedColumn> fixed)
+    : layout_(layout), delimiter_(layout_delimiter(layout)), fixed_(std::move(fixed)) {}
+
+bool Splitter::split(std::string_view line, std::vector<std::string_view>& fields) {
+  fields.clear();
+  saw_quote_ = false;
+  scratch_.clear();
+  // Unquoted text is never longer than the line: views into the scratch
+  // space stay valid while it grows.
+  scratch_.reserve(line.size() + 1);
+  switch (layout_) {
+    case Layout::kBlank:
+      return split_blank(line, fields);
+    case Layout::kFixed:
+      split_fixed(line, fields);
+      return true;
+    default:
+      return split_delimited(line, fields);
+  }
+}
+
+bool Splitter::split_delimited(std::string_view line, std::vector<std::string_view>& fields) {
+  const size_t n = line.size();
+  size_t i = 0;
+  for (;;) {
+    const size_t start = i;
+    while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
+    if (i < n && line[i] == '"') {
+      saw_quote_ = true;
+      ++i;
+      const size_t s0 = scratch_.size();
+      for (;;) {
+        if (i >= n) return false;
+        const char c = line[i++];
+        if (c == '"') {
+          if (i < n && line[i] == '"') {
+            scratch_.push_back('"');
+            ++i;
+            continue;
+          }
+          break;
+        }
+        scratch_.push_back(c);
+      }
+      while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
+      fields.push_back(trim(std::string_view(scratch_.data() + s0, scratch_.size() - s0)));
+      if (i >= n) return true;
+      if (line[i] != delimiter_) return false;
+      ++i;
+      continue;
+    }
+    const void* hit = n > i ? std::memchr(line.data() + i, delimiter_, n - i) : nullptr;
+    if (hit == nullptr) {
+      fields.push_back(trim(line.substr(start)));
+      return true;
+    }
+    const size_t end = static_cast<size_t>(static_cast<const char*>(hit) - line.data());
+    fields.push_back(trim(line.substr(start, end - start)));
+    i = end + 1;
+  }
+}
+
+bool Splitter::split_blank(std::string_view line, std::vector<std::string_view>& fields) {
+  const size_t n = line.size();
+  size_t i = 0;
+  for (;;) {
+    while (i < n && is_blank(line[i])) ++i;
+    if (i >= n) return true;
+    if (line[i] == '"') {
+      saw_quote_ = true;
+      ++i;
+      const size_t s0 = scratch_.size();
+      for (;;) {
+        if (i >= n) return false;
+        const char c = line[i++];
+        if (c == '"') {
+          if (i < n && line[i] == '"') {
+            scratch_.push_back('"');
+            ++i;
+            continue;
+          }
+          break;
+        }
+        scratch_.push_back(c);
+      }
+      if (i < n && !is_blank(line[i])) return false;
+      fields.push_back(trim(std::string_view(scratch_.data() + s0, scratch_.size() - s0)));
+      continue;
+    }
+    const size_t start = i;
+    while (i < n && !is_blank(line[i])) ++i;
+    fields.push_back(line.substr(start, i - start));
+  }
+}
+
+void Splitter::split_fixed(std::string_view line, std::vector<std::string_view>& fields) {
+  for (const FixedColumn& c : fixed_) {
+    if (c.start >= line.size()) {
+      fields.push_back(std::string_view());
+    } else {
+      fields.push_back(trim(line.substr(c.start, c.width)));
+    }
+  }
+}
+
+namespace {
+
+bool equal_nocase(std::string_view a, const char* b) {
+  const size_t n = std::strlen(b);
+  if (a.size() != n) return false;
+  for (size_t i = 0; i < n; ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) != b[i]) return false;
+  }
+  return true;
+}
+
+bool digits(std::string_view s, size_t at, size_t count, int* value) {
+  if (at + count > s.size()) return false;
+  int v = 0;
+  for (size_t i = at; i < at + count; ++i) {
+    const char c = s[i];
+    if (c < '0' || c > '9') return false;
+    v = v * 10 + (c - '0');
+  }
+  *value = v;
+  return true;
+}
+
+}  // namespace
+
+bool is_missing_token(std::string_view v) {
+  if (v.empty()) return true;
+  // Every token begins with ".", "?" or "n": most values are out at once.
+  const char c = v[0];
+  if (c != '.' && c != '?' && (c | 0x20) != 'n') return false;
+  if (v == "." || v == "?") return true;
+  return equal_nocase(v, "na") || equal_nocase(v, "n/a") || equal_nocase(v, "nan") ||
+         equal_nocase(v, "null");
+}
+
+bool is_kolv_number(std::string_view v, double* number) {
+  if (v.empty()) return false;
+  const unsigned char first = static_cast<unsigned char>(v[0]);
+  if (std::isalpha(first) || first == '_') return false;
+  char small[64];
+  std::string large;
+  const char* text;
+  if (v.size() < sizeof small) {
+    for (size_t i = 0; i < v.size(); ++i) {
+      if (v[i] == 'x' || v[i] == 'X' || v[i] == '\0') return false;
+      small[i] = v[i];
+    }
+    small[v.size()] = '\0';
+    text = small;
+  } else {
+    if (v.find_first_of(std::string_view("xX\0", 3)) != std::string_view::npos) return false;
+    large.assign(v);
+    text = large.c_str();
+  }
+  double d = 0;
+  const char* end = kolv::parse_double(text, &d);
+  if (end != text + v.size()) return false;
+  if (number != nullptr) *number = d;
+  return true;
+}
+
+bool iso_date(std::string_view v, std::string* out) {
+  int y, m, d;
+  if (v.size() != 10 || v[4] != '-' || v[7] != '-') return false;
+  if (!digits(v, 0, 4, &y) || !digits(v, 5, 2, &m) || !digits(v, 8, 2, &d)) return false;
+  if (m < 1 || m > 12 || d < 1 || d > 31) return false;
+  if (out != nullptr) {
+    out->append(v.substr(0, 4));
+    out->append(v.substr(5, 2));
+    out->append(v.substr(8, 2));
+  }
+  return true;
+}
+
+bool iso_time(std::string_view v, std::string* out) {
+  int h, m, s = 0;
+  if (v.size() < 5 || v[2] != ':' || !digits(v, 0, 2, &h) || !digits(v, 3, 2, &m)) return false;
+  size_t end = 5;
+  if (v.size() > 5) {
+    if (v.size() < 8 || v[5] != ':' || !digits(v, 6, 2, &s)) return false;
+    end = 8;
+    if (v.size() > 8) {
+      if (v[8] != '.' || v.size() == 9) return false;
+      for (size_t i = 9; i < v.size(); ++i) {
+        if (v[i] < '0' || v[i] > '9') return false;
+      }
+      end = v.size();
+    }
+  }
+  if (h > 24 || m > 59 || s > 60) return false;
+  if (out != nullptr) {
+    out->append(v.substr(0, 2));
+    out->append(v.substr(3, 2));
+    if (end == 5) {
+      out->append("00");
+    } else {
+      out->append(v.substr(6, 2));
+      out->append(v.substr(8));
+    }
+  }
+  return true;
+}
+
+bool iso_datetime(std::string_view v, std::string* out) {
+  if (v.size() < 16 || (v[10] != 'T' && v[10] != ' ')) return false;
+  std::string_view time = v.substr(11);
+  if (!time.empty() && time.back() == 'Z') time.remove_suffix(1);
+  std::string date_digits;
+  std::string time_digits;
+  if (!iso_date(v.substr(0, 10), &date_digits) || !iso_time(time, &time_digits)) return false;
+  if (out != nullptr) {
+    out->append(date_digits);
+    out->append(time_digits);
+  }
+  return true;
+}
+
+ValueKind classify(std::string_view v, double* number) {
+  if (is_missing_token(v)) return ValueKind::kMissing;
+  if (is_kolv_number(v, number)) return ValueKind::kNumber;
+  if (v.size() < 5 || v.size() > 40 || v[0] < '0' || v[0] > '9') return ValueKind::kText;
+  std::string digits_text;
+  ValueKind kind;
+  if (iso_date(v, &digits_text)) {
+    kind = ValueKind::kDate;
+  } else if (iso_time(v, &digits_text)) {
+    kind = ValueKind::kTime;
+  } else if (iso_datetime(v, &digits_text)) {
+    kind = ValueKind::kDateTime;
+  } else {
+    return ValueKind::kText;
+  }
+  if (number != nullptr) is_kolv_number(digits_text, number);
+  return kind;
+}
+
+}  // namespace kolvprep

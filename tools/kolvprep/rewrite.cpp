@@ -1,0 +1,525 @@
+#include "rewrite.hpp"
+
+#include <bit>
+#include <charconv>
+#include <cstring>
+
+namespace kolvprep {
+
+namespace {
+
+constexpr size_t kOutBlock = size_t{1} << 20;
+constexpr uint64_t kWarnLines = 10;
+
+bool read_count(std::string_view text, uint64_t& value) {
+  if (text.empty()) return false;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return ec == std::errc() && end == text.data() + text.size();
+}
+
+// A list of 1-based column numbers: "3,5".
+bool read_list(std::string_view text, std::vector<size_t>& out) {
+  while (!text.empty()) {
+    const size_t comma = text.find(',');
+    uint64_t v = 0;
+    if (!read_count(text.substr(0, comma), v) || v == 0 || v > 1000000) return false;
+    out.push_back(static_cast<size_t>(v));
+    if (comma == std::string_view::npos) break;
+    text.remove_prefix(comma + 1);
+  }
+  return !out.empty();
+}
+
+std::string list_text(const std::vector<size_t>& v) {
+  std::string s;
+  for (size_t x : v) s += std::string(s.empty() ? "" : ",") + std::to_string(x);
+  return s;
+}
+
+const char* comment_word(char c) {
+  return c == '#' ? "hash" : "percent";
+}
+
+}  // namespace
+
+bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error) {
+  const size_t eq = arg.find('=');
+  const std::string_view key = arg.substr(0, eq);
+  const std::string_view value = eq == std::string_view::npos ? "" : arg.substr(eq + 1);
+  error = "cannot read the option " + std::string(arg);
+  uint64_t n = 0;
+  if (key == "--layout") return layout_from_word(value, o.layout);
+  if (key == "--skip") {
+    if (!read_count(value, o.skip)) return false;
+    return true;
+  }
+  if (key == "--columns") {
+    if (!read_count(value, n) || n == 0 || n > 1000000) return false;
+    o.columns = static_cast<size_t>(n);
+    return true;
+  }
+  if (key == "--comment") {
+    if (value == "hash")
+      o.comment = '#';
+    else if (value == "percent")
+      o.comment = '%';
+    else
+      return false;
+    return true;
+  }
+  if (key == "--fixed") {
+    std::string_view text = value;
+    o.fixed.clear();
+    while (!text.empty()) {
+      const size_t comma = text.find(',');
+      const std::string_view item = text.substr(0, comma);
+      const size_t dash = item.find('-');
+      uint64_t a = 0, b = 0;
+      if (dash == std::string_view::npos || !read_count(item.substr(0, dash), a) ||
+          !read_count(item.substr(dash + 1), b) || a == 0 || b < a || b > kMaxLine)
+        return false;
+      o.fixed.push_back({static_cast<size_t>(a - 1), static_cast<size_t>(b - a + 1)});
+      if (comma == std::string_view::npos) break;
+      text.remove_prefix(comma + 1);
+    }
+    return !o.fixed.empty();
+  }
+  ColumnType type;
+  if (key == "--date")
+    type = ColumnType::kDate;
+  else if (key == "--time")
+    type = ColumnType::kTime;
+  else if (key == "--datetime")
+    type = ColumnType::kDateTime;
+  else {
+    error = "unknown option " + std::string(arg);
+    return false;
+  }
+  std::vector<size_t> list;
+  if (!read_list(value, list)) return false;
+  for (size_t c : list) {
+    if (o.types.size() < c) o.types.resize(c, ColumnType::kNumeric);
+    o.types[c - 1] = type;
+  }
+  return true;
+}
+
+bool finish_text_options(TextOptions& o, std::string& error) {
+  if (o.layout == Layout::kFixed) {
+    if (o.fixed.empty()) {
+      error = "--layout=fixed needs --fixed=COLUMNS";
+      return false;
+    }
+    if (o.columns == 0) o.columns = o.fixed.size();
+    if (o.columns != o.fixed.size()) {
+      error = "--columns disagrees with the columns of --fixed";
+      return false;
+    }
+  }
+  if (o.columns == 0) {
+    error = "--columns=N is needed";
+    return false;
+  }
+  if (o.types.size() > o.columns) {
+    error = "a --date, --time or --datetime column beyond --columns";
+    return false;
+  }
+  o.types.resize(o.columns, ColumnType::kNumeric);
+  return true;
+}
+
+std::vector<std::string> text_options_for(const Detection& d) {
+  std::vector<std::string> out;
+  out.push_back(std::string("--layout=") + layout_word(d.layout));
+  if (d.skip != 0) out.push_back("--skip=" + std::to_string(d.skip));
+  if (d.comment != 0) out.push_back(std::string("--comment=") + comment_word(d.comment));
+  out.push_back("--columns=" + std::to_string(d.columns.size()));
+  if (d.layout == Layout::kFixed) {
+    std::string s = "--fixed=";
+    for (size_t j = 0; j < d.columns.size(); ++j) {
+      const FixedColumn& f = d.columns[j].fixed;
+      s += std::string(j ? "," : "") + std::to_string(f.start + 1) + "-" +
+           std::to_string(f.start + f.width);
+    }
+    out.push_back(s);
+  }
+  std::vector<size_t> dates, times, datetimes;
+  for (size_t j = 0; j < d.columns.size(); ++j) {
+    if (d.columns[j].type == ColumnType::kDate) dates.push_back(j + 1);
+    if (d.columns[j].type == ColumnType::kTime) times.push_back(j + 1);
+    if (d.columns[j].type == ColumnType::kDateTime) datetimes.push_back(j + 1);
+  }
+  if (!dates.empty()) out.push_back("--date=" + list_text(dates));
+  if (!times.empty()) out.push_back("--time=" + list_text(times));
+  if (!datetimes.empty()) out.push_back("--datetime=" + list_text(datetimes));
+  return out;
+}
+
+namespace {
+
+constexpr size_t kOutRoom = kOutBlock + 2 * kMaxLine + 64;
+
+// Bytes that may not stay inside a value: they would end kolv's field.
+struct SeparatorTable {
+  bool is[256] = {};
+  constexpr SeparatorTable() {
+    is[static_cast<unsigned char>(' ')] = true;
+    is[static_cast<unsigned char>('\t')] = true;
+    is[static_cast<unsigned char>(',')] = true;
+    is[static_cast<unsigned char>('\r')] = true;
+  }
+};
+constexpr SeparatorTable kSeparator;
+
+// A missing-value token in the output bytes [field, end): most values are
+// ruled out by their first byte.
+inline bool may_be_missing(const char* field, const char* end) {
+  if (field == end) return true;
+  const char c = *field;
+  if (c != '.' && c != '?' && (c | 0x20) != 'n') return false;
+  return is_missing_token(std::string_view(field, static_cast<size_t>(end - field)));
+}
+
+// The top bit of each byte of w that is zero.
+constexpr uint64_t kOnes = 0x0101010101010101ULL;
+inline uint64_t zero_bytes(uint64_t w) {
+  return (w - kOnes) & ~w & (kOnes << 7);
+}
+
+}  // namespace
+
+// A flag in the top bit of each of the eight bytes that the one-pass copy
+// must look at (those of byte_class_); above the lowest flag, flags may be
+// false.
+uint64_t Rewriter::special_bytes(uint64_t w) const {
+  return zero_bytes(w ^ (kOnes * '"')) | zero_bytes(w ^ (kOnes * ' ')) |
+         zero_bytes(w ^ (kOnes * '\t')) | zero_bytes(w ^ (kOnes * '\r')) |
+         zero_bytes(w ^ (kOnes * ',')) | zero_bytes(w ^ delimiter_word_);
+}
+
+Rewriter::Rewriter(TextOptions options, std::function<bool(const char*, size_t)> sink,
+                   std::function<void(const std::string&)> warn)
+    : options_(std::move(options)),
+      splitter_(options_.layout, options_.fixed),
+      sink_(std::move(sink)),
+      warn_(std::move(warn)),
+      out_(new char[kOutRoom]) {
+  // The one-pass copy: 1 for the delimiter, 2 for bytes it leaves to the
+  // full way (quotes, blanks, separators that must become "_").
+  const char d = layout_delimiter(options_.layout);
+  for (char c : {'"', ' ', '\t', '\r', ','}) byte_class_[static_cast<unsigned char>(c)] = 2;
+  if (d != 0) byte_class_[static_cast<unsigned char>(d)] = 1;
+  delimiter_word_ = kOnes * static_cast<unsigned char>(d != 0 ? d : ',');
+  plain_ = d != 0 && options_.one_pass;
+  for (ColumnType t : options_.types)
+    plain_ = plain_ && (t == ColumnType::kNumeric || t == ColumnType::kCharacter);
+}
+
+bool Rewriter::flush() {
+  if (used_ != 0 && !failed_) failed_ = !sink_(out_.get(), used_);
+  used_ = 0;
+  return !failed_;
+}
+
+bool Rewriter::put(const char* data, size_t size) {
+  while (size > 0 && !failed_) {
+    const size_t n = std::min(size, kOutRoom - used_);
+    std::memcpy(out_.get() + used_, data, n);
+    used_ += n;
+    data += n;
+    size -= n;
+    if (used_ >= kOutBlock) flush();
+  }
+  return !failed_;
+}
+
+bool Rewriter::feed(const char* data, size_t size) {
+  size_t at = 0;
+  while (at < size && !failed_) {
+    const void* nl = std::memchr(data + at, '\n', size - at);
+    const size_t end = nl ? static_cast<size_t>(static_cast<const char*>(nl) - data) : size;
+    if (raw_) {
+      // The rest of an over-long line, passed on as it is.
+      put(data + at, end - at);
+      if (nl != nullptr) {
+        raw_ = false;
+        put("\n", 1);
+      }
+    } else if (nl == nullptr) {
+      carry_.append(data + at, end - at);
+      if (carry_.size() > kMaxLine) {
+        ++line_number_;
+        ++passed_on_;
+        ++records_;
+        if (passed_on_ <= kWarnLines)
+          warn_("line " + std::to_string(line_number_) +
+                " is longer than 1 MiB: passed on as it is");
+        put(carry_.data(), carry_.size());
+        carry_.clear();
+        carry_.shrink_to_fit();
+        raw_ = true;
+      }
+    } else if (carry_.size() + (end - at) > kMaxLine) {
+      // A whole line too long to be a record: passed on as it is.
+      ++line_number_;
+      ++passed_on_;
+      ++records_;
+      if (passed_on_ <= kWarnLines)
+        warn_("line " + std::to_string(line_number_) + " is longer than 1 MiB: passed on as it is");
+      put(carry_.data(), carry_.size());
+      put(data + at, end - at);
+      put("\n", 1);
+      carry_.clear();
+    } else if (!carry_.empty()) {
+      carry_.append(data + at, end - at);
+      line(carry_);
+      carry_.clear();
+    } else {
+      line(std::string_view(data + at, end - at));
+    }
+    at = nl ? end + 1 : size;
+    if (used_ >= kOutBlock) flush();
+  }
+  return !failed_;
+}
+
+bool Rewriter::finish() {
+  if (raw_) {
+    put("\n", 1);
+  } else if (!carry_.empty()) {
+    line(carry_);
+    carry_.clear();
+  }
+  if (passed_on_ > kWarnLines) {
+    warn_(std::to_string(passed_on_) +
+          " lines in all did not fit the layout and were passed on as they are");
+  }
+  if (replaced_ > 3) {
+    warn_(std::to_string(replaced_) + " values in all had blanks, tabs or commas written as \"_\"");
+  }
+  return flush();
+}
+
+void Rewriter::line(std::string_view text) {
+  ++line_number_;
+  if (first_line_) {
+    first_line_ = false;
+    if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.remove_prefix(3);
+  }
+  if (line_number_ <= options_.skip) return;
+  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+  const std::string_view t = trim(text);
+  if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
+  ++records_;
+  const size_t start = used_;
+  const uint64_t replaced = replaced_;
+  bool ok;
+  if (layout_delimiter(options_.layout) != 0) {
+    ok = plain_ && plain_line(text);
+    if (!ok) {
+      used_ = start;
+      replaced_ = replaced;
+      pending_.clear();
+      ok = delimited_line(text);
+    }
+  } else {
+    ok = splitter_.split(text, fields_);
+    if (ok && fields_.size() == options_.columns) {
+      for (size_t j = 0; j < fields_.size(); ++j) {
+        if (j != 0) out_[used_++] = ',';
+        value(fields_[j], options_.types[j]);
+      }
+    } else {
+      ok = false;
+    }
+  }
+  if (ok) {
+    out_[used_++] = '\n';
+    if (!pending_.empty()) warn_(pending_);
+    pending_.clear();
+    return;
+  }
+  pending_.clear();
+  // Not this layout's line: undone, and passed on as it is.
+  used_ = start;
+  replaced_ = replaced;
+  if (++passed_on_ <= kWarnLines) {
+    const bool quote_ok = splitter_.split(text, fields_);
+    warn_("line " + std::to_string(line_number_) + ": " +
+          (quote_ok ? std::to_string(fields_.size()) + " fields where " +
+                          std::to_string(options_.columns) + " are expected"
+                    : std::string("a quote out of place")) +
+          "; passed on as it is");
+  }
+  put(text.data(), text.size());
+  put("\n", 1);
+}
+
+// The common line in one pass: every byte is copied as it is, a quoted
+// field is unquoted on the way (its blanks, tabs and commas written as "_"),
+// and a missing-value token (which begins with ".", "?" or "n") is taken
+// out. A blank outside quotes, a quote inside a field or text after a
+// closing quote makes it return false: that line takes the full way.
+bool Rewriter::plain_line(std::string_view text) {
+  const char* p = text.data();
+  const char* const e = p + text.size();
+  char* const first = out_.get() + used_;
+  char* o = first;
+  char* field = o;
+  size_t k = 1;
+  while (p < e) {
+    // Eight ordinary bytes at a time: none of them a delimiter, quote,
+    // blank, tab, CR or comma.
+    while (e - p >= 8) {
+      uint64_t w;
+      std::memcpy(&w, p, 8);
+      std::memcpy(o, &w, 8);  // the output has room; only the bytes kept count
+      const uint64_t special = special_bytes(w);
+      if (special == 0) {
+        o += 8;
+        p += 8;
+        continue;
+      }
+      // The lowest flag is exact: the bytes before it are ordinary.
+      const int n = std::countr_zero(special) >> 3;
+      o += n;
+      p += n;
+      break;
+    }
+    if (p >= e) break;
+    const unsigned char c = static_cast<unsigned char>(*p);
+    const uint8_t cls = byte_class_[c];
+    if (cls == 0) {
+      *o++ = static_cast<char>(c);
+      ++p;
+      continue;
+    }
+    if (cls == 1) {
+      if (may_be_missing(field, o)) o = field;
+      *o++ = ',';
+      field = o;
+      ++k;
+      ++p;
+      continue;
+    }
+    if (c != '"' || o != field) return false;
+    // A quoted field: to the closing quote; a doubled quote is one quote.
+    ++p;
+    const char* const content = p;
+    bool doubled = false;
+    bool replaced = false;
+    bool last_separator = false;
+    for (;;) {
+      if (p >= e) return false;
+      const char q = *p++;
+      if (q == '"') {
+        if (p < e && *p == '"') {
+          *o++ = '"';
+          ++p;
+          last_separator = false;
+          doubled = true;
+          continue;
+        }
+        break;
+      }
+      last_separator = kSeparator.is[static_cast<unsigned char>(q)];
+      // Blanks at either end are trimmed on the full way.
+      if (last_separator && o == field) return false;
+      *o++ = last_separator ? '_' : q;
+      replaced |= last_separator;
+    }
+    if (last_separator) return false;
+    if (p < e && byte_class_[static_cast<unsigned char>(*p)] != 1) return false;
+    if (replaced) {
+      // The warning quotes the value as read; with a doubled quote in it,
+      // the full way unquotes it first.
+      if (doubled) return false;
+      note_replaced(std::string_view(content, static_cast<size_t>(p - 1 - content)));
+    }
+  }
+  if (may_be_missing(field, o)) o = field;
+  if (k != options_.columns) return false;
+  used_ += static_cast<size_t>(o - first);
+  return true;
+}
+
+// One line of a delimited layout, written straight into the output: the
+// same fields as Splitter gives, without gathering them first. Returns
+// false when the line does not fit (the caller undoes what was written).
+bool Rewriter::delimited_line(std::string_view text) {
+  const char d = layout_delimiter(options_.layout);
+  const char* p = text.data();
+  const char* const e = p + text.size();
+  size_t k = 0;
+  for (;;) {
+    while (p < e && *p != d && is_blank(*p)) ++p;
+    if (k == options_.columns) return false;
+    if (k != 0) out_[used_++] = ',';
+    if (p < e && *p == '"') {
+      ++p;
+      scratch_.clear();
+      for (;;) {
+        if (p >= e) return false;
+        const void* q = std::memchr(p, '"', static_cast<size_t>(e - p));
+        if (q == nullptr) return false;
+        const char* qc = static_cast<const char*>(q);
+        scratch_.append(p, static_cast<size_t>(qc - p));
+        p = qc + 1;
+        if (p < e && *p == '"') {
+          scratch_.push_back('"');
+          ++p;
+          continue;
+        }
+        break;
+      }
+      while (p < e && *p != d && is_blank(*p)) ++p;
+      if (p < e && *p != d) return false;
+      value(trim(scratch_), options_.types[k]);
+    } else {
+      const void* q = p < e ? std::memchr(p, d, static_cast<size_t>(e - p)) : nullptr;
+      const char* end = q ? static_cast<const char*>(q) : e;
+      const char* vend = end;
+      while (vend > p && is_blank(vend[-1])) --vend;
+      value(std::string_view(p, static_cast<size_t>(vend - p)), options_.types[k]);
+      p = end;
+    }
+    ++k;
+    if (p >= e) break;
+    ++p;
+  }
+  return k == options_.columns;
+}
+
+void Rewriter::note_replaced(std::string_view v) {
+  // The first few are named, once their line is known to fit.
+  if (++replaced_ <= 3 && pending_.empty()) {
+    pending_ = "line " + std::to_string(line_number_) + ": blanks, tabs or commas inside \"" +
+               std::string(v.substr(0, 40)) + "\" written as \"_\"";
+  }
+}
+
+void Rewriter::value(std::string_view v, ColumnType type) {
+  if (v.size() <= 4 && is_missing_token(v)) return;
+  if (type != ColumnType::kNumeric && type != ColumnType::kCharacter) {
+    std::string digits;
+    const bool iso = type == ColumnType::kDate   ? iso_date(v, &digits)
+                     : type == ColumnType::kTime ? iso_time(v, &digits)
+                                                 : iso_datetime(v, &digits);
+    if (iso) {
+      std::memcpy(out_.get() + used_, digits.data(), digits.size());
+      used_ += digits.size();
+      return;
+    }
+  }
+  char* o = out_.get() + used_;
+  bool replaced = false;
+  for (const char c : v) {
+    const bool sep = kSeparator.is[static_cast<unsigned char>(c)];
+    *o++ = sep ? '_' : c;
+    replaced |= sep;
+  }
+  used_ += v.size();
+  if (replaced) note_replaced(v);
+}
+
+}  // namespace kolvprep
