@@ -30,7 +30,8 @@ std::vector<unsigned char> slurp(const char* path) {
   }
   unsigned char chunk[1 << 16];
   size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + n);
+  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
+    bytes.insert(bytes.end(), chunk, chunk + n);
   std::fclose(f);
   return bytes;
 }
@@ -86,12 +87,14 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (map.size() != columns) {
-    std::fprintf(stderr, "compare: the data set has %u columns, the map %zu\n", columns, map.size());
+    std::fprintf(stderr, "compare: the data set has %u columns, the map %zu\n", columns,
+                 map.size());
     return 1;
   }
   const size_t refrows = ref.size() / (8 * refcols);
   if (rows != refrows || ds.size() != offset + static_cast<size_t>(rows) * columns * size) {
-    std::fprintf(stderr, "compare: %u rows in the header, %zu bytes of rows; the reference has %zu rows\n",
+    std::fprintf(stderr,
+                 "compare: %u rows in the header, %zu bytes of rows; the reference has %zu rows\n",
                  rows, ds.size() - offset, refrows);
     return 1;
   }
@@ -105,8 +108,8 @@ int main(int argc, char** argv) {
       std::memcpy(&got, &ds[offset + (r * columns + c) * size], size);
       const uint64_t want = expected_element(x, size);
       if (got != want) {
-        std::fprintf(stderr, "compare: row %zu column %zu: %0*llx, expected %0*llx (%.17g)\n", r + 1,
-                     c + 1, static_cast<int>(2 * size), static_cast<unsigned long long>(got),
+        std::fprintf(stderr, "compare: row %zu column %zu: %0*llx, expected %0*llx (%.17g)\n",
+                     r + 1, c + 1, static_cast<int>(2 * size), static_cast<unsigned long long>(got),
                      static_cast<int>(2 * size), static_cast<unsigned long long>(want), x);
         return 1;
       }

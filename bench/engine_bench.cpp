@@ -82,7 +82,8 @@ void scan_fields(benchmark::State& state, const std::string& text, Scan scan) {
     }
   }
   state.counters["per_field"] = benchmark::Counter(
-      static_cast<double>(b.fields), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+      static_cast<double>(b.fields),
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 const std::string& soft_text() {
@@ -90,7 +91,9 @@ const std::string& soft_text() {
   return t;
 }
 
-void BM_scandbl(benchmark::State& s) { scan_fields(s, soft_text(), kolv::scandbl); }
+void BM_scandbl(benchmark::State& s) {
+  scan_fields(s, soft_text(), kolv::scandbl);
+}
 void BM_scandbl_full_steps(benchmark::State& s) {
   scan_fields(s, soft_text(), kolv::scan_detail::scandbl_steps);
 }
@@ -155,7 +158,8 @@ void row_loop_bench(benchmark::State& state, char separator, int otyp, bool line
     else
       status = line_per_row ? kolv::loop_HD_HL_ALL(*run) : kolv::loop_SD_SL_ALL(*run);
     state.PauseTiming();
-    if (status != 0 || run->cnt.row != 20000) state.SkipWithError("the loop did not convert every row");
+    if (status != 0 || run->cnt.row != 20000)
+      state.SkipWithError("the loop did not convert every row");
     std::fclose(in);
     state.ResumeTiming();
   }
@@ -164,11 +168,21 @@ void row_loop_bench(benchmark::State& state, char separator, int otyp, bool line
       200000, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void BM_row_loop_soft_D(benchmark::State& s) { row_loop_bench(s, ' ', 8, false, false); }
-void BM_row_loop_soft_F(benchmark::State& s) { row_loop_bench(s, ' ', 4, false, false); }
-void BM_row_loop_soft_I(benchmark::State& s) { row_loop_bench(s, ' ', 2, false, false); }
-void BM_row_loop_soft_5_of_10(benchmark::State& s) { row_loop_bench(s, ' ', 8, false, true); }
-void BM_row_loop_comma_line_per_row_D(benchmark::State& s) { row_loop_bench(s, ',', 8, true, false); }
+void BM_row_loop_soft_D(benchmark::State& s) {
+  row_loop_bench(s, ' ', 8, false, false);
+}
+void BM_row_loop_soft_F(benchmark::State& s) {
+  row_loop_bench(s, ' ', 4, false, false);
+}
+void BM_row_loop_soft_I(benchmark::State& s) {
+  row_loop_bench(s, ' ', 2, false, false);
+}
+void BM_row_loop_soft_5_of_10(benchmark::State& s) {
+  row_loop_bench(s, ' ', 8, false, true);
+}
+void BM_row_loop_comma_line_per_row_D(benchmark::State& s) {
+  row_loop_bench(s, ',', 8, true, false);
+}
 
 BENCHMARK(BM_scandbl);
 BENCHMARK(BM_scandbl_full_steps);

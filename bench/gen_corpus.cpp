@@ -36,7 +36,9 @@ namespace {
 
 using Rng = std::mt19937_64;
 
-uint64_t below(Rng& r, uint64_t n) { return r() % n; }
+uint64_t below(Rng& r, uint64_t n) {
+  return r() % n;
+}
 
 constexpr uint64_t kPow10[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
 

@@ -21,7 +21,9 @@ constexpr size_t kBlockDoubles = 128 * 1024 / sizeof(double);
 char in_buffer[kBuffer];
 double block[kBlockDoubles];
 
-bool separator(char c) { return c == ' ' || c == '\n' || c == ',' || c == '\t' || c == '\r'; }
+bool separator(char c) {
+  return c == ' ' || c == '\n' || c == ',' || c == '\t' || c == '\r';
+}
 
 bool write_all(int fd, const void* data, size_t n) {
   const char* p = static_cast<const char*>(data);
@@ -47,8 +49,8 @@ int main(int argc, char** argv) {
     std::perror("fromchars_loop");
     return 1;
   }
-  size_t have = 0;       // bytes in in_buffer
-  size_t count = 0;      // doubles in block
+  size_t have = 0;   // bytes in in_buffer
+  size_t count = 0;  // doubles in block
   bool more = true;
   for (;;) {
     if (more) {

@@ -39,7 +39,8 @@ int main(int argc, char** argv) {
       values.push_back(v);
       p = end;
     }
-    if (!values.empty() && std::fwrite(values.data(), sizeof(double), values.size(), out) != values.size()) {
+    if (!values.empty() &&
+        std::fwrite(values.data(), sizeof(double), values.size(), out) != values.size()) {
       std::perror("strtod_loop");
       return 1;
     }

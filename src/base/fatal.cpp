@@ -21,6 +21,8 @@ void getout(const char* format, ...) {
   throw FatalError{std::move(message)};
 }
 
-void end_quietly() { throw FatalError{}; }
+void end_quietly() {
+  throw FatalError{};
+}
 
 }  // namespace kolv

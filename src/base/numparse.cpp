@@ -52,7 +52,7 @@ bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
   }
   // The lowest bit the double keeps: 52 below the top, or 2^-1074.
   const int64_t kept = std::max<int64_t>(top - 52, -1074 - base);
-  if (kept > 191) return false;  // all of X lies below the smallest subnormal
+  if (kept > 191) return false;                // all of X lies below the smallest subnormal
   const int k = static_cast<int>(kept - 128);  // 10 to 63: the kept bits are all in x2
   uint64_t m = x2 >> k;
   const uint64_t rest = x2 & ((uint64_t{1} << k) - 1);

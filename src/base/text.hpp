@@ -7,7 +7,9 @@
 
 namespace kolv {
 
-inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+inline bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 // Letters, digits and "_" make names.
 inline bool is_name_char(char c) {

@@ -6,11 +6,11 @@
 #include <cstring>
 #include <new>
 
+#include "base/fatal.hpp"
+#include "base/text.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
-#include "base/fatal.hpp"
-#include "base/text.hpp"
 
 namespace kolv {
 
@@ -25,7 +25,9 @@ constexpr long kMaxRecord = 131072;
 // record, yet start plus width still fits comfortably in 64 bits.
 constexpr long kNumberCap = INT32_MAX;
 
-long read_number(const char*& p) { return kolv::read_number(p, kNumberCap); }
+long read_number(const char*& p) {
+  return kolv::read_number(p, kNumberCap);
+}
 
 // Printed and counted as a failed description: the run then stops for want
 // of input variables.
@@ -141,7 +143,8 @@ int scanformat(Run& run, const char* p) {
   run.lay.varformat = 2;
   long record = read_number(p);
   if (record == 0 || record > kMaxRecord) {
-    std::fprintf(run.io.out, "KOLV - Record length must be 1-%d bytes\n", static_cast<int>(kMaxRecord));
+    std::fprintf(run.io.out, "KOLV - Record length must be 1-%d bytes\n",
+                 static_cast<int>(kMaxRecord));
     return 0;
   }
   v.record = static_cast<int>(record);

@@ -15,7 +15,9 @@ namespace kolv {
 namespace {
 
 // Moves one character on, but never past the statement's end.
-const char* step(const char* p) { return *p ? p + 1 : p; }
+const char* step(const char* p) {
+  return *p ? p + 1 : p;
+}
 
 }  // namespace
 

@@ -4,10 +4,10 @@
 
 #include <cstring>
 
-#include "command/statement.hpp"
 #include "base/fatal.hpp"
 #include "base/state.hpp"
 #include "base/text.hpp"
+#include "command/statement.hpp"
 
 namespace kolv {
 

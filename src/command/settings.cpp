@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "command/statement.hpp"
 #include "base/paths.hpp"
+#include "command/statement.hpp"
 
 namespace kolv {
 

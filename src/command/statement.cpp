@@ -73,7 +73,9 @@ int strnicmp(const char* s1, const char* s2, size_t n) {
   return 0;
 }
 
-Statement current_statement(const Run& run) { return Statement(run.rb.inbuff.get()); }
+Statement current_statement(const Run& run) {
+  return Statement(run.rb.inbuff.get());
+}
 
 int getword(const char*& sptr, char* buf, int size) {
   while (*sptr == '\n' || *sptr == ' ' || *sptr == ',') ++sptr;

@@ -40,7 +40,8 @@ void reset_input_tables(Run& run, const char* out_of_memory) {
 void makeivar(Run& run, long capacity) {
   Variables& v = run.vars;
   if (v.varin >= v.varlimit) {
-    if (capacity > kMaxRangeCount || !grow_input_tables(run, capacity)) getout(kTooManyInputVariables);
+    if (capacity > kMaxRangeCount || !grow_input_tables(run, capacity))
+      getout(kTooManyInputVariables);
   }
   std::memcpy(&v.inames[static_cast<size_t>(v.varin) * kNameSize], v.vname, kNameSize);
   v.itypes[static_cast<size_t>(v.varin)] = static_cast<uint8_t>(v.numeric_data);

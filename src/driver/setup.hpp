@@ -2,9 +2,9 @@
 // completion after pass 3.
 #pragma once
 
-#include "base/state.hpp"
-
 #include <cstdio>
+
+#include "base/state.hpp"
 
 namespace kolv {
 

@@ -9,11 +9,12 @@
 
 namespace kolv {
 
-
 // A slot is missing when its top 16 bits, sign cleared, exceed 0x7FF0: all
 // exponent bits set and a non-zero top nibble of the fraction. Infinities and
 // NaNs with a zero top nibble are values.
-inline bool is_missing(uint64_t bits) { return ((bits >> 48) & 0x7FFF) > 0x7FF0; }
+inline bool is_missing(uint64_t bits) {
+  return ((bits >> 48) & 0x7FFF) > 0x7FF0;
+}
 
 inline uint64_t slot_bits(const char* slot) {
   uint64_t bits;

@@ -12,18 +12,24 @@
 namespace kolv {
 
 enum class RowLayout {
-  kSoft,         // blanks, tabs, CRs, LFs and commas separate; rows ignore lines
-  kNewline,      // one LF between fields; a row is the next n lines
-  kHardStream,   // one delimiter between fields; line ends are blanks
-  kLinePerRow,   // one delimiter between fields; each line is one row
+  kSoft,        // blanks, tabs, CRs, LFs and commas separate; rows ignore lines
+  kNewline,     // one LF between fields; a row is the next n lines
+  kHardStream,  // one delimiter between fields; line ends are blanks
+  kLinePerRow,  // one delimiter between fields; each line is one row
 };
 
 enum class RowEnd { kRow, kIncomplete, kRejected };
 
 // TAB, CR and space: skipped around every field in every layout.
-inline bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-inline bool is_blank_or_lf(char c) { return is_blank(c) || c == '\n'; }
-inline bool is_soft_separator(char c) { return is_blank_or_lf(c) || c == ','; }
+inline bool is_blank(char c) {
+  return c == ' ' || c == '\t' || c == '\r';
+}
+inline bool is_blank_or_lf(char c) {
+  return is_blank(c) || c == '\n';
+}
+inline bool is_soft_separator(char c) {
+  return is_blank_or_lf(c) || c == ',';
+}
 
 // Skips bytes of the set, counting LFs, refilling at the buffer's end while
 // more input follows. At return *p is the first other byte, or the zero byte

@@ -149,7 +149,8 @@ LoopStatus convert(Run& run, int buffer_bytes) {
   while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
   if (rows_per_block == 0) return kLoopNoMemory;
 
-  rb.read_size = static_cast<int>(record > buffer_bytes ? record : buffer_bytes - buffer_bytes % record);
+  rb.read_size =
+      static_cast<int>(record > buffer_bytes ? record : buffer_bytes - buffer_bytes % record);
   const int64_t size = input_size(rb.infp);
   const int64_t records = size / record;
   const int64_t extra = size % record;
@@ -211,6 +212,8 @@ int loopfmt_buffered(Run& run, int buffer_bytes) {
   }
 }
 
-LoopStatus loopfmt(Run& run) { return static_cast<LoopStatus>(loopfmt_buffered(run, kReadSize)); }
+LoopStatus loopfmt(Run& run) {
+  return static_cast<LoopStatus>(loopfmt_buffered(run, kReadSize));
+}
 
 }  // namespace kolv

@@ -40,24 +40,56 @@ LoopStatus all_dispatch(Run& run) {
 
 }  // namespace
 
-LoopStatus loop_SD_SL_SOME(Run& run) { return some_loop<RowLayout::kSoft>(run); }
-LoopStatus loop_HD_NL_SOME(Run& run) { return some_loop<RowLayout::kNewline>(run); }
-LoopStatus loop_HD_SL_SOME(Run& run) { return some_loop<RowLayout::kHardStream>(run); }
-LoopStatus loop_HD_HL_SOME(Run& run) { return some_loop<RowLayout::kLinePerRow>(run); }
+LoopStatus loop_SD_SL_SOME(Run& run) {
+  return some_loop<RowLayout::kSoft>(run);
+}
+LoopStatus loop_HD_NL_SOME(Run& run) {
+  return some_loop<RowLayout::kNewline>(run);
+}
+LoopStatus loop_HD_SL_SOME(Run& run) {
+  return some_loop<RowLayout::kHardStream>(run);
+}
+LoopStatus loop_HD_HL_SOME(Run& run) {
+  return some_loop<RowLayout::kLinePerRow>(run);
+}
 
-LoopStatus loop_shfl_SD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kSoft>(run); }
-LoopStatus loop_dbl_SD_SL_ALL(Run& run) { return row_loop<RowLayout::kSoft, 8, true>(run); }
-LoopStatus loop_shfl_HD_NL_ALL(Run& run) { return shfl_loop<RowLayout::kNewline>(run); }
-LoopStatus loop_dbl_HD_NL_ALL(Run& run) { return row_loop<RowLayout::kNewline, 8, true>(run); }
-LoopStatus loop_shfl_HD_SL_ALL(Run& run) { return shfl_loop<RowLayout::kHardStream>(run); }
-LoopStatus loop_dbl_HD_SL_ALL(Run& run) { return row_loop<RowLayout::kHardStream, 8, true>(run); }
-LoopStatus loop_shfl_HD_HL_ALL(Run& run) { return shfl_loop<RowLayout::kLinePerRow>(run); }
-LoopStatus loop_dbl_HD_HL_ALL(Run& run) { return row_loop<RowLayout::kLinePerRow, 8, true>(run); }
+LoopStatus loop_shfl_SD_SL_ALL(Run& run) {
+  return shfl_loop<RowLayout::kSoft>(run);
+}
+LoopStatus loop_dbl_SD_SL_ALL(Run& run) {
+  return row_loop<RowLayout::kSoft, 8, true>(run);
+}
+LoopStatus loop_shfl_HD_NL_ALL(Run& run) {
+  return shfl_loop<RowLayout::kNewline>(run);
+}
+LoopStatus loop_dbl_HD_NL_ALL(Run& run) {
+  return row_loop<RowLayout::kNewline, 8, true>(run);
+}
+LoopStatus loop_shfl_HD_SL_ALL(Run& run) {
+  return shfl_loop<RowLayout::kHardStream>(run);
+}
+LoopStatus loop_dbl_HD_SL_ALL(Run& run) {
+  return row_loop<RowLayout::kHardStream, 8, true>(run);
+}
+LoopStatus loop_shfl_HD_HL_ALL(Run& run) {
+  return shfl_loop<RowLayout::kLinePerRow>(run);
+}
+LoopStatus loop_dbl_HD_HL_ALL(Run& run) {
+  return row_loop<RowLayout::kLinePerRow, 8, true>(run);
+}
 
-LoopStatus loop_SD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kSoft>(run); }
-LoopStatus loop_HD_NL_ALL(Run& run) { return all_dispatch<RowLayout::kNewline>(run); }
-LoopStatus loop_HD_SL_ALL(Run& run) { return all_dispatch<RowLayout::kHardStream>(run); }
-LoopStatus loop_HD_HL_ALL(Run& run) { return all_dispatch<RowLayout::kLinePerRow>(run); }
+LoopStatus loop_SD_SL_ALL(Run& run) {
+  return all_dispatch<RowLayout::kSoft>(run);
+}
+LoopStatus loop_HD_NL_ALL(Run& run) {
+  return all_dispatch<RowLayout::kNewline>(run);
+}
+LoopStatus loop_HD_SL_ALL(Run& run) {
+  return all_dispatch<RowLayout::kHardStream>(run);
+}
+LoopStatus loop_HD_HL_ALL(Run& run) {
+  return all_dispatch<RowLayout::kLinePerRow>(run);
+}
 
 LoopStatus select_and_run_loop(Run& run) {
   if (run.lay.varformat == 2) return loopfmt(run);

@@ -40,7 +40,9 @@ char* append_field(char* out, PackedRecord rec, int64_t start, int64_t from, int
 char* numeric_text(char* out, PackedRecord rec, const PackedField& f);
 
 // The byte at `at` of the record, a blank past its end.
-inline char field_byte(PackedRecord rec, int64_t at) { return at < rec.length ? rec.bytes[at] : ' '; }
+inline char field_byte(PackedRecord rec, int64_t at) {
+  return at < rec.length ? rec.bytes[at] : ' ';
+}
 
 // Only the space is a blank: a tab-filled numeric field is bad data.
 bool all_blanks(const char* text, const char* end);

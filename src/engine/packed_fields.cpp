@@ -85,7 +85,8 @@ bool packed_number(const char* field, int64_t width, int decimals, char mstring,
     const int take = left < 8 ? static_cast<int>(left) : 8;
     const uint64_t field_bytes = take == 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * take)) - 1;
     if ((nondigit_bytes(x) & field_bytes) != 0) return false;
-    mant = mant * numparse_detail::kPow10Int[take] + eight_digits(take == 8 ? x : x << (64 - 8 * take));
+    mant = mant * numparse_detail::kPow10Int[take] +
+           eight_digits(take == 8 ? x : x << (64 - 8 * take));
     q += take;
     left -= take;
   }

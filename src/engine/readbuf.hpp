@@ -20,5 +20,4 @@ inline bool at_refill(const ReadBuffer& rb, const char* pos) {
   return *pos == '\0' && rb.theresmore;
 }
 
-
 }  // namespace kolv

@@ -44,13 +44,15 @@ LoopStatus row_loop(Run& run) {
   try {
     if (!kDirect) row_buffer.reset(new char[8 * static_cast<size_t>(n) + 8]());
     types.resize(static_cast<size_t>(n) + 1);
-    for (int k = 0; k < n; ++k) types[static_cast<size_t>(k)] = vars.itypes[static_cast<size_t>(k / cplx)];
+    for (int k = 0; k < n; ++k)
+      types[static_cast<size_t>(k)] = vars.itypes[static_cast<size_t>(k / cplx)];
     if (!All) {
       // Input slot of every output element: real part, then imaginary part.
       selected.resize(static_cast<size_t>(columns) + 1);
       for (int j = 0; j < vars.varout; ++j)
         for (int c = 0; c < cplx; ++c)
-          selected[static_cast<size_t>(j * cplx + c)] = vars.outvec[static_cast<size_t>(j)] * cplx + c;
+          selected[static_cast<size_t>(j * cplx + c)] =
+              vars.outvec[static_cast<size_t>(j)] * cplx + c;
     }
   } catch (const std::bad_alloc&) {
     return kLoopNoMemory;

@@ -8,10 +8,10 @@
 #include <cstdint>
 #include <cstring>
 
-#include "base/state.hpp"
 #include "base/numparse.hpp"
-#include "format/dataset.hpp"
+#include "base/state.hpp"
 #include "engine/readbuf.hpp"
+#include "format/dataset.hpp"
 
 namespace kolv {
 

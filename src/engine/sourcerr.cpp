@@ -37,11 +37,13 @@ int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line) {
       break;
     case kLastRowIncomplete:
       std::fprintf(out, "End of file %s\n", infile);
-      std::fprintf(out, "Last row incomplete - line %1.0f,  file offset %1.0f hex,  %1.0f decimal\n",
+      std::fprintf(out,
+                   "Last row incomplete - line %1.0f,  file offset %1.0f hex,  %1.0f decimal\n",
                    at_line, offset, offset);
       return kind;
     case kBadData:
-      std::fprintf(out, "Bad data - file %s,  line %1.0f,  file offset %1.0f hex,  %1.0f decimal:\n",
+      std::fprintf(out,
+                   "Bad data - file %s,  line %1.0f,  file offset %1.0f hex,  %1.0f decimal:\n",
                    infile, at_line, offset, offset);
       break;
     default:

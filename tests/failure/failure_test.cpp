@@ -208,7 +208,9 @@ struct Result {
 };
 
 // Whether a run with these limits becomes the unprivileged user.
-bool drops_privileges(const Limits& limits) { return limits.unprivileged && geteuid() == 0; }
+bool drops_privileges(const Limits& limits) {
+  return limits.unprivileged && geteuid() == 0;
+}
 
 // The program an unprivileged run executes. The build tree may lie where that
 // user cannot reach (a home directory of mode 700), so the program is copied
@@ -243,8 +245,8 @@ Result run_kolv(const Scratch& scratch, const std::vector<std::string>& args, Li
   Result result;
   const std::string program = drops_privileges(limits) ? reachable_program(scratch) : KOLV_PROGRAM;
   if (program.empty()) {
-    result.err = std::string("cannot copy ") + KOLV_PROGRAM + " where an unprivileged user can run it: " +
-                 std::strerror(errno);
+    result.err = std::string("cannot copy ") + KOLV_PROGRAM +
+                 " where an unprivileged user can run it: " + std::strerror(errno);
     return result;
   }
   const pid_t child = fork();

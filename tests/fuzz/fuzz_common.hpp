@@ -252,7 +252,8 @@ class Sandbox {
     try {
       while (kolv::getstat(*run)) {
         kolv::Statement st = kolv::current_statement(*run);
-        if (kolv::strnicmp(st.data(), "INPUT", 5) != 0 && kolv::strnicmp(st.data(), "OUTPUT", 6) == 0)
+        if (kolv::strnicmp(st.data(), "INPUT", 5) != 0 &&
+            kolv::strnicmp(st.data(), "OUTPUT", 6) == 0)
           kolv::scanoutput(*run, st);
       }
     } catch (const kolv::FatalError&) {

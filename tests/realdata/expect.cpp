@@ -259,7 +259,8 @@ Packed packed_records(const std::string& file, const std::string& infile, int re
   // record is followed by one; the first of the two bytes says which kind.
   auto line_end = [](char c) { return c == '\r' || c == '\n'; };
   const char first = static_cast<size_t>(record) < size ? file[static_cast<size_t>(record)] : '\0';
-  const char second = 2 * static_cast<size_t>(record) < size ? file[2 * static_cast<size_t>(record)] : '\0';
+  const char second =
+      2 * static_cast<size_t>(record) < size ? file[2 * static_cast<size_t>(record)] : '\0';
   if (line_end(first) || line_end(second)) {
     const bool crlf = first == '\r';
     if (check) {

@@ -31,9 +31,9 @@
 #include <string>
 #include <vector>
 
+#include "base/numparse.hpp"
 #include "base/state.hpp"
 #include "engine/elements.hpp"
-#include "base/numparse.hpp"
 #include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"
@@ -42,10 +42,18 @@ namespace {
 
 using Rng = std::mt19937_64;
 
-uint64_t below(Rng& r, uint64_t n) { return r() % n; }
-int between(Rng& r, int lo, int hi) { return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1))); }
-bool chance(Rng& r, int percent) { return below(r, 100) < static_cast<uint64_t>(percent); }
-char pick(Rng& r, const char* set) { return set[below(r, std::strlen(set))]; }
+uint64_t below(Rng& r, uint64_t n) {
+  return r() % n;
+}
+int between(Rng& r, int lo, int hi) {
+  return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1)));
+}
+bool chance(Rng& r, int percent) {
+  return below(r, 100) < static_cast<uint64_t>(percent);
+}
+char pick(Rng& r, const char* set) {
+  return set[below(r, std::strlen(set))];
+}
 
 uint64_t total_count() {
   const char* v = std::getenv("KOLV_DIFF_COUNT");
@@ -129,7 +137,8 @@ void gen_printed(Rng& r, std::string& s) {
   char b[512];
   const int k = static_cast<int>(below(r, 6));
   double d;
-  do d = std::bit_cast<double>(r()); while (!std::isfinite(d));
+  do d = std::bit_cast<double>(r());
+  while (!std::isfinite(d));
   if (chance(r, 50)) d = std::ldexp(static_cast<double>(below(r, 1000000000)), between(r, -40, 10));
   switch (k) {
     case 0:
@@ -145,8 +154,9 @@ void gen_printed(Rng& r, std::string& s) {
       std::snprintf(b, sizeof b, "%a", d);
       break;
     case 4: {
-      static const char* words[] = {"inf", "-infinity", "nan", "+nan(1)", "0x", "0x1p3", "-0x.8",
-                                    "00x1", " 12", "\t-1.5", "1e", "1e+", ".", "-.", "+.e1"};
+      static const char* words[] = {"inf",   "-infinity", "nan",  "+nan(1)", "0x",
+                                    "0x1p3", "-0x.8",     "00x1", " 12",     "\t-1.5",
+                                    "1e",    "1e+",       ".",    "-.",      "+.e1"};
       std::snprintf(b, sizeof b, "%s", words[below(r, sizeof words / sizeof words[0])]);
       break;
     }
@@ -208,7 +218,8 @@ class PaddedBuffer {
   const char* place(const std::string& text, Rng& r) {
     char* p = base_ + 4 * page_ - 8 - (text.size() + 1);
     std::memcpy(p, text.c_str(), text.size() + 1);
-    for (int i = 0; i < 8; ++i) p[text.size() + 1 + static_cast<size_t>(i)] = pick(r, "0123456789.eE+-");
+    for (int i = 0; i < 8; ++i)
+      p[text.size() + 1 + static_cast<size_t>(i)] = pick(r, "0123456789.eE+-");
     return p;
   }
 
@@ -246,9 +257,9 @@ TEST(ParseDoublePadded, SameEndAndBitsAsStrtod) {
                       std::bit_cast<uint64_t>(plain) == std::bit_cast<uint64_t>(padded) &&
                       plain_end == padded_end;
     if (!same && ++failures <= 10)
-      ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at " << (libc_end - p)
-                    << " with " << std::hexfloat << libc << ", parse_double_padded at "
-                    << (padded_end - p) << " with " << padded;
+      ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at "
+                    << (libc_end - p) << " with " << std::hexfloat << libc
+                    << ", parse_double_padded at " << (padded_end - p) << " with " << padded;
   }
   std::printf("[ padded parse ] %llu texts, %llu converted, %llu of the straight-line shape\n",
               static_cast<unsigned long long>(count), static_cast<unsigned long long>(converted),
@@ -304,13 +315,30 @@ uint16_t element16_by_floor(double x) {
 
 TEST(Element16, SameAsFloorOfXPlusAHalf) {
   Rng rng(base_seed() + 3);
-  static const double edges[] = {0.5,           -0.5,          1.5,           -1.5,
-                                 2.5,           -2.5,          0.49999999999999994,
-                                 -0.49999999999999994,         32767.5,       -32768.5,
-                                 2147483647.5,  2147483646.5,  -2147483648.5, -2147483647.5,
-                                 -2147483648.0, 2147483648.0,  4503599627370495.5,
-                                 4503599627370497.0,           1e300,         -1e300,
-                                 HUGE_VAL,      -HUGE_VAL,     0.0,           -0.0};
+  static const double edges[] = {0.5,
+                                 -0.5,
+                                 1.5,
+                                 -1.5,
+                                 2.5,
+                                 -2.5,
+                                 0.49999999999999994,
+                                 -0.49999999999999994,
+                                 32767.5,
+                                 -32768.5,
+                                 2147483647.5,
+                                 2147483646.5,
+                                 -2147483648.5,
+                                 -2147483647.5,
+                                 -2147483648.0,
+                                 2147483648.0,
+                                 4503599627370495.5,
+                                 4503599627370497.0,
+                                 1e300,
+                                 -1e300,
+                                 HUGE_VAL,
+                                 -HUGE_VAL,
+                                 0.0,
+                                 -0.0};
   uint64_t failures = 0;
   auto check = [&](double x) {
     char slot[8];
@@ -357,7 +385,9 @@ TEST(Element16, SameAsFloorOfXPlusAHalf) {
 // decimals.
 std::string rebuilt(const std::string& field, int decimals) {
   if (decimals == 0) return field;
-  const size_t lead = field.size() > static_cast<size_t>(decimals) ? field.size() - static_cast<size_t>(decimals) : 0;
+  const size_t lead = field.size() > static_cast<size_t>(decimals)
+                          ? field.size() - static_cast<size_t>(decimals)
+                          : 0;
   return field.substr(0, lead) + "." + field.substr(lead);
 }
 
@@ -369,7 +399,8 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
   uint64_t failures = 0, in_place = 0;
   for (uint64_t i = 0; i < count; ++i) {
     const int width = between(rng, 0, 24);
-    const int decimals = chance(rng, 20) ? between(rng, 0, 25) : between(rng, 0, std::min(width, 8));
+    const int decimals =
+        chance(rng, 20) ? between(rng, 0, 25) : between(rng, 0, std::min(width, 8));
     const char mstring = pick(rng, ".-*9 ");
     std::string field;
     // Mostly the clean shape (blanks, sign, digits), with a stray byte now and then.
@@ -386,7 +417,8 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
     }
     // The field, then bytes of the next field (digits and blanks) as padding.
     std::memcpy(buffer.data(), field.data(), field.size());
-    for (size_t k = field.size(); k < field.size() + 16; ++k) buffer[k] = pick(rng, "0123456789 .-");
+    for (size_t k = field.size(); k < field.size() + 16; ++k)
+      buffer[k] = pick(rng, "0123456789 .-");
     double number = 0;
     if (!kolv::packed_number(buffer.data(), width, decimals, mstring, &number)) continue;
     ++in_place;
@@ -455,9 +487,16 @@ Outcome scan_with(ScanRun& s, long offset, int field, Scan scan) {
   s.run.rb.cperr = nullptr;
   char* next = scan(s.run, buffer + offset, slot, field, status);
   const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
-  return {static_cast<long>(next - buffer), std::string(slot, 8), status, cperr,
-          s.run.vars.vrec[static_cast<size_t>(field)], std::string(buffer), s.run.rb.theresmore,
-          s.run.rb.readbytes, s.run.rb.fills, std::ftell(s.in)};
+  return {static_cast<long>(next - buffer),
+          std::string(slot, 8),
+          status,
+          cperr,
+          s.run.vars.vrec[static_cast<size_t>(field)],
+          std::string(buffer),
+          s.run.rb.theresmore,
+          s.run.rb.readbytes,
+          s.run.rb.fills,
+          std::ftell(s.in)};
 }
 
 TEST(ScandblQuickDecision, SameAsTheFullSteps) {
@@ -486,10 +525,10 @@ TEST(ScandblQuickDecision, SameAsTheFullSteps) {
     const Outcome full = scan_with(b, offset, field_index, kolv::scan_detail::scandbl_steps);
     if (fast.fills == 0 && fast.status == 1 && fast.cperr == offset) ++quick;
     if (!(fast == full) && ++failures <= 10)
-      ADD_FAILURE() << "field \"" << shown(field) << "\" at " << offset << " (read size " << read_size
-                    << ", MSYM '" << mstring << "'): quick decision returns " << fast.next
-                    << " status " << fast.status << ", full steps " << full.next << " status "
-                    << full.status;
+      ADD_FAILURE() << "field \"" << shown(field) << "\" at " << offset << " (read size "
+                    << read_size << ", MSYM '" << mstring << "'): quick decision returns "
+                    << fast.next << " status " << fast.status << ", full steps " << full.next
+                    << " status " << full.status;
   }
   std::printf("[ scandbl      ] %llu fields, %llu converted in place\n",
               static_cast<unsigned long long>(count), static_cast<unsigned long long>(quick));

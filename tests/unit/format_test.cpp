@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "command/invar.hpp"
 #include "base/state.hpp"
+#include "command/invar.hpp"
 
 namespace {
 
@@ -193,7 +193,7 @@ TEST(ScanFormat, NameMayStartWithUnderscore) {
 TEST(ScanFormat, RangesGiveOneFieldEach) {
   FormatRun f;
   ASSERT_EQ(f.parse("80 (1,2) x[3] (10,1) w[01:3] y[8-10] z[005]"), 14);
-  const char* names[] = {"X1",  "X2",  "X3",  "W01",  "W02",  "W03",  "Y08",
+  const char* names[] = {"X1",  "X2",  "X3",   "W01",  "W02",  "W03",  "Y08",
                          "Y09", "Y10", "Z001", "Z002", "Z003", "Z004", "Z005"};
   for (int i = 0; i < 14; ++i) EXPECT_EQ(f.name(i), names[i]) << i;
   for (int i = 0; i < 3; ++i) expect_field(f.field(i), 1, 0, 2 * i, 2);
@@ -233,25 +233,25 @@ TEST_P(ScanFormatSyntax, IsReportedAndCountsNothing) {
   EXPECT_EQ(f.messages(), std::string("KOLV - Syntax error at: ") + GetParam().at + "\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Errors, ScanFormatSyntax,
-    ::testing::Values(
-        // An item that starts with a digit.
-        SyntaxCase{"80 (1,2) a 1abc", "1abc"}, SyntaxCase{"80 9", "9"},
-        // Other characters with no meaning in a description.
-        SyntaxCase{"80 a ) b", ") b"}, SyntaxCase{"80 a ;", ";"}, SyntaxCase{"80 a [3]", "[3]"},
-        SyntaxCase{"80 a\r\nb", "\r\nb"},
-        // Column groups.
-        SyntaxCase{"80 (x,2) a", "x,2) a"}, SyntaxCase{"80 (1 2) a", "2) a"},
-        SyntaxCase{"80 (1,) a", ") a"}, SyntaxCase{"80 (1,2.x) a", "x) a"},
-        SyntaxCase{"80 (1,2.) a", ") a"}, SyntaxCase{"80 (1,2 .2) a", ".2) a"},
-        SyntaxCase{"80 (1,2 a", "a"}, SyntaxCase{"80 (1,2", ""}, SyntaxCase{"80 (", ""},
-        SyntaxCase{"80 (0,2) a", "0,2) a"}, SyntaxCase{"80 (1,9.256) a", "256) a"},
-        // Ranges.
-        SyntaxCase{"80 x[0] y", "0] y"}, SyntaxCase{"80 x[3:1]", "3:1]"},
-        SyntaxCase{"80 x[a]", "a]"}, SyntaxCase{"80 x[2:5", ""},
-        // A 33rd name character.
-        SyntaxCase{"80 abcdefghijabcdefghijabcdefghijklm", "m"}));
+INSTANTIATE_TEST_SUITE_P(Errors, ScanFormatSyntax,
+                         ::testing::Values(
+                             // An item that starts with a digit.
+                             SyntaxCase{"80 (1,2) a 1abc", "1abc"}, SyntaxCase{"80 9", "9"},
+                             // Other characters with no meaning in a description.
+                             SyntaxCase{"80 a ) b", ") b"}, SyntaxCase{"80 a ;", ";"},
+                             SyntaxCase{"80 a [3]", "[3]"}, SyntaxCase{"80 a\r\nb", "\r\nb"},
+                             // Column groups.
+                             SyntaxCase{"80 (x,2) a", "x,2) a"}, SyntaxCase{"80 (1 2) a", "2) a"},
+                             SyntaxCase{"80 (1,) a", ") a"}, SyntaxCase{"80 (1,2.x) a", "x) a"},
+                             SyntaxCase{"80 (1,2.) a", ") a"}, SyntaxCase{"80 (1,2 .2) a", ".2) a"},
+                             SyntaxCase{"80 (1,2 a", "a"}, SyntaxCase{"80 (1,2", ""},
+                             SyntaxCase{"80 (", ""}, SyntaxCase{"80 (0,2) a", "0,2) a"},
+                             SyntaxCase{"80 (1,9.256) a", "256) a"},
+                             // Ranges.
+                             SyntaxCase{"80 x[0] y", "0] y"}, SyntaxCase{"80 x[3:1]", "3:1]"},
+                             SyntaxCase{"80 x[a]", "a]"}, SyntaxCase{"80 x[2:5", ""},
+                             // A 33rd name character.
+                             SyntaxCase{"80 abcdefghijabcdefghijabcdefghijklm", "m"}));
 
 TEST(ScanFormat, SyntaxErrorAfterSomeNamesStillCountsNothing) {
   FormatRun f;

@@ -353,7 +353,9 @@ struct EscapeCase {
 };
 
 // Names the case by its clause (the struct's padding bytes are never read).
-void PrintTo(const EscapeCase& c, std::ostream* os) { *os << c.clause; }
+void PrintTo(const EscapeCase& c, std::ostream* os) {
+  *os << c.clause;
+}
 
 class DelimitEscape : public ::testing::TestWithParam<EscapeCase> {};
 

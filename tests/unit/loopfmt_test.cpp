@@ -12,13 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "command/format.hpp"
 #include "base/state.hpp"
+#include "command/format.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"
 
 namespace {
-
 
 constexpr uint64_t kMiss64 = 0x7FFFFFFF00000000ULL;
 
@@ -324,7 +323,9 @@ TEST(LoopFmt, NoLineEndsNoNotice) {
 // ---------------------------------------------------------------- fields
 
 TEST(LoopFmt, BlankAndPointFieldsAreMissingInEveryWidth) {
-  const std::string input = "      " "  .   ";
+  const std::string input =
+      "      "
+      "  .   ";
   for (int otyp : {2, 4, 8}) {
     PackedRun p("12 (1,6) a b", input, otyp);
     EXPECT_EQ(p.convert(), 0);
@@ -347,18 +348,19 @@ TEST(LoopFmt, MsymCharacterIsMissingToo) {
 }
 
 TEST(LoopFmt, ImpliedDecimals) {
-  const std::string input = std::string("  1234") + "1.2345" + "-1234" + "123" + "12" + " 345" + "  12";
+  const std::string input =
+      std::string("  1234") + "1.2345" + "-1234" + "123" + "12" + " 345" + "  12";
   PackedRun p("30 (1,6.2) a (*,6.2) b (*,5.2) c (*,3.5) d (*,2.2) e (*,4.*) f (*,4.0) g", input);
   ASSERT_EQ(p.parsed, 7);
   EXPECT_EQ(p.convert(), 0);
   std::vector<uint64_t> w = p.words();
   ASSERT_EQ(w.size(), 7u);
   EXPECT_EQ(w[0], bits_of(12.34));
-  EXPECT_EQ(w[1], bits_of(1.23));   // "1.23.45": the second point ends the number
+  EXPECT_EQ(w[1], bits_of(1.23));  // "1.23.45": the second point ends the number
   EXPECT_EQ(w[2], bits_of(-12.34));
   EXPECT_EQ(w[3], bits_of(0.123));  // more decimals than bytes: the point leads
   EXPECT_EQ(w[4], bits_of(0.12));
-  EXPECT_EQ(w[5], bits_of(3.45));   // ".*" kept 2 decimals
+  EXPECT_EQ(w[5], bits_of(3.45));  // ".*" kept 2 decimals
   EXPECT_EQ(w[6], bits_of(12.0));
 }
 
@@ -451,8 +453,7 @@ TEST(LoopFmt, LetterMsymAloneIsAWholeMissingElement) {
 }
 
 TEST(LoopFmt, FieldsBeyondTheRecordReadBlanks) {
-  PackedRun p("4 (1,2) a (3,4) b (10,3) c (10,3.1) d $(4,3) s $(20,2) t #(1,2000000000) u",
-              "12 7");
+  PackedRun p("4 (1,2) a (3,4) b (10,3) c (10,3.1) d $(4,3) s $(20,2) t #(1,2000000000) u", "12 7");
   ASSERT_EQ(p.parsed, 7);
   EXPECT_EQ(p.convert(), 0);
   std::vector<uint64_t> w = p.words();
@@ -584,7 +585,9 @@ TEST(LoopFmt, InputShorterThanARecord) {
   EXPECT_EQ(p.messages(),
             "5 extra bytes at end of file /data/in.dat:\n"
             "   Hex:    31 09 33 0d 35 \n"
-            "   ASCII: \"1\x04" "3\x04" "5");
+            "   ASCII: \"1\x04"
+            "3\x04"
+            "5");
   EXPECT_EQ(p.output(), "");
   EXPECT_EQ(p.run.cnt.row, 0u);
 }
@@ -664,7 +667,8 @@ std::string long_record(const char* head, const char* tail) {
 }
 
 TEST(LoopFmt, LongestRecords) {
-  std::string input = long_record("  1.5", "  -2") + long_record("abc", " 77") + long_record("", "9");
+  std::string input =
+      long_record("  1.5", "  -2") + long_record("abc", " 77") + long_record("", "9");
   PackedRun p("131072 (1,5) a (131069,4) b (131071,5) c", input);
   EXPECT_EQ(p.convert(), 0);
   EXPECT_EQ(p.messages(), "");
@@ -686,13 +690,15 @@ TEST(LoopFmt, LongestRecordsWithLineEnds) {
   PackedRun p("131072 (1,2) a (131072,1) b", input);
   EXPECT_EQ(p.convert(), 0);
   EXPECT_EQ(p.messages(), "Records beginning with newline... Setting record length to 131073\n");
-  EXPECT_EQ(p.words(), (std::vector<uint64_t>{bits_of(1.0), bits_of(2.0), bits_of(3.0), bits_of(4.0)}));
+  EXPECT_EQ(p.words(),
+            (std::vector<uint64_t>{bits_of(1.0), bits_of(2.0), bits_of(3.0), bits_of(4.0)}));
 
   std::string crlf = long_record("5", "6") + "\r\n" + long_record("7", "8") + "\r\n";
   PackedRun q("131072 (1,2) a (131072,1) b", crlf);
   EXPECT_EQ(q.convert(), 0);
   EXPECT_EQ(q.messages(), "Records beginning with CR/LF... Setting record length to 131074\n");
-  EXPECT_EQ(q.words(), (std::vector<uint64_t>{bits_of(5.0), bits_of(6.0), bits_of(7.0), bits_of(8.0)}));
+  EXPECT_EQ(q.words(),
+            (std::vector<uint64_t>{bits_of(5.0), bits_of(6.0), bits_of(7.0), bits_of(8.0)}));
   EXPECT_EQ(q.run.rb.read_size, kolv::kReadSize);
 }
 
@@ -764,14 +770,14 @@ TEST(LoopFmt, OtherElementSizeRunsNoLoop) {
 // The real-data folder lies beside the project in CI, where
 // KOLV_REQUIRE_REALDATA makes its absence a failure; a user's clone may not
 // have it, and then these tests skip.
-#define OPEN_REAL_DATA_FILE(file, name)                                                      \
-  std::ifstream file(std::string(KOLV_REALDATA_DIR) + "/" + (name), std::ios::binary);       \
-  if (!file.good()) {                                                                        \
-    const char* required = std::getenv("KOLV_REQUIRE_REALDATA");                             \
-    if (required != nullptr && std::string(required) == "1")                                 \
+#define OPEN_REAL_DATA_FILE(file, name)                                                       \
+  std::ifstream file(std::string(KOLV_REALDATA_DIR) + "/" + (name), std::ios::binary);        \
+  if (!file.good()) {                                                                         \
+    const char* required = std::getenv("KOLV_REQUIRE_REALDATA");                              \
+    if (required != nullptr && std::string(required) == "1")                                  \
       FAIL() << "the real-data file " << KOLV_REALDATA_DIR << "/" << (name) << " is missing"; \
-    GTEST_SKIP() << "the real-data file " << KOLV_REALDATA_DIR << "/" << (name)             \
-                 << " is not there (the real-data folder lies beside the project in CI)";   \
+    GTEST_SKIP() << "the real-data file " << KOLV_REALDATA_DIR << "/" << (name)               \
+                 << " is not there (the real-data folder lies beside the project in CI)";     \
   }
 
 TEST(LoopFmt, MonthlySunspotNumbers) {
@@ -786,16 +792,21 @@ TEST(LoopFmt, MonthlySunspotNumbers) {
   EXPECT_EQ(p.run.cnt.row, 3233u);
   std::vector<uint64_t> w = p.words();
   ASSERT_EQ(w.size(), 3233u * 7);
-  auto row = [&](size_t r) { return std::vector<uint64_t>(w.begin() + static_cast<std::ptrdiff_t>(7 * (r - 1)), w.begin() + static_cast<std::ptrdiff_t>(7 * r)); };
+  auto row = [&](size_t r) {
+    return std::vector<uint64_t>(w.begin() + static_cast<std::ptrdiff_t>(7 * (r - 1)),
+                                 w.begin() + static_cast<std::ptrdiff_t>(7 * r));
+  };
   // Line 1:    "1749 01 1749.042   96.7  -1.0    -1  "
-  EXPECT_EQ(row(1), (std::vector<uint64_t>{bits_of(1749), bits_of(1), bits_of(1749.042), bits_of(96.7),
-                                           bits_of(-1.0), bits_of(-1), text8(" ")}));
+  EXPECT_EQ(row(1), (std::vector<uint64_t>{bits_of(1749), bits_of(1), bits_of(1749.042),
+                                           bits_of(96.7), bits_of(-1.0), bits_of(-1), text8(" ")}));
   // Line 1000: "1832 04 1832.290   44.8   8.5    27  "
-  EXPECT_EQ(row(1000), (std::vector<uint64_t>{bits_of(1832), bits_of(4), bits_of(1832.290), bits_of(44.8),
-                                              bits_of(8.5), bits_of(27), text8(" ")}));
+  EXPECT_EQ(row(1000),
+            (std::vector<uint64_t>{bits_of(1832), bits_of(4), bits_of(1832.290), bits_of(44.8),
+                                   bits_of(8.5), bits_of(27), text8(" ")}));
   // Line 3233: "2018 05 2018.371   13.2   1.6  1035 *"
-  EXPECT_EQ(row(3233), (std::vector<uint64_t>{bits_of(2018), bits_of(5), bits_of(2018.371), bits_of(13.2),
-                                              bits_of(1.6), bits_of(1035), text8("*")}));
+  EXPECT_EQ(row(3233),
+            (std::vector<uint64_t>{bits_of(2018), bits_of(5), bits_of(2018.371), bits_of(13.2),
+                                   bits_of(1.6), bits_of(1035), text8("*")}));
 }
 
 TEST(LoopFmt, DebrecenDailySumsWithCrLf) {
@@ -809,8 +820,8 @@ TEST(LoopFmt, DebrecenDailySumsWithCrLf) {
   ASSERT_EQ(w.size(), 365u * 4);
   // "d 2015 01 01 00 52 00 MITA ..." and "d 2015 01 02 11 39 11 KANZ ..."
   EXPECT_EQ(std::vector<uint64_t>(w.begin(), w.begin() + 8),
-            (std::vector<uint64_t>{bits_of(2015), bits_of(1), bits_of(1), text8("MITA"), bits_of(2015),
-                                   bits_of(1), bits_of(2), text8("KANZ")}));
+            (std::vector<uint64_t>{bits_of(2015), bits_of(1), bits_of(1), text8("MITA"),
+                                   bits_of(2015), bits_of(1), bits_of(2), text8("KANZ")}));
 }
 #endif
 

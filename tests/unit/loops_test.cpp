@@ -73,7 +73,9 @@ struct Member {
 };
 
 // Names the case by the loop (the struct's padding bytes are never read).
-void PrintTo(const Member& m, std::ostream* os) { *os << m.name; }
+void PrintTo(const Member& m, std::ostream* os) {
+  *os << m.name;
+}
 
 const Member kMembers[] = {
     {"SD_SL_SOME_2", kolv::loop_SD_SL_SOME, 2, ','},

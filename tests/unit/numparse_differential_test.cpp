@@ -464,7 +464,8 @@ void gen_overflow(Rng& r, std::string& s) {
   add_sign(r, s);
   switch (below(r, 3)) {
     case 0:
-      s += printed_prec("%.*e", between(r, 0, 25), chance(r, 50) ? DBL_MAX : std::nextafter(DBL_MAX, 0.0));
+      s += printed_prec("%.*e", between(r, 0, 25),
+                        chance(r, 50) ? DBL_MAX : std::nextafter(DBL_MAX, 0.0));
       break;
     case 1:  // 1.7976931348623158e308 rounds down, ...159e308 up to infinity
       s += chance(r, 50) ? "1.797693134862315708" : "1.797693134862315807";

@@ -123,11 +123,14 @@ TEST(Pow5Table, EveryEntryIsTheRoundedDownPower) {
 
 double with_strtod(uint64_t w, int q, bool neg) {
   char text[64];
-  std::snprintf(text, sizeof text, "%s%llue%d", neg ? "-" : "", static_cast<unsigned long long>(w), q);
+  std::snprintf(text, sizeof text, "%s%llue%d", neg ? "-" : "", static_cast<unsigned long long>(w),
+                q);
   return std::strtod(text, nullptr);
 }
 
-uint64_t bits(double d) { return std::bit_cast<uint64_t>(d); }
+uint64_t bits(double d) {
+  return std::bit_cast<uint64_t>(d);
+}
 
 TEST(ExactProduct, KnownValues) {
   double d = 0;
@@ -136,7 +139,7 @@ TEST(ExactProduct, KnownValues) {
   ASSERT_TRUE(parse_exact_product(22250738585072014, -324, false, &d));
   EXPECT_EQ(d, DBL_MIN);
   ASSERT_TRUE(parse_exact_product(49406564584124654, -340, true, &d));
-  EXPECT_EQ(bits(d), bits(-std::nextafter(0.0, 1.0)));  // the smallest subnormal
+  EXPECT_EQ(bits(d), bits(-std::nextafter(0.0, 1.0)));   // the smallest subnormal
   ASSERT_TRUE(parse_exact_product(10, 308, false, &d));  // 1e309
   EXPECT_EQ(d, HUGE_VAL);
   ASSERT_TRUE(parse_exact_product(0, 400, true, &d));
@@ -184,8 +187,7 @@ TEST(LongMantissa, FirstNineteenDigitsDecide) {
   ASSERT_TRUE(parse_long_mantissa(text.data(), text.data() + text.size(), -10, false, &d));
   EXPECT_EQ(bits(d), bits(std::strtod("1234567890123456789012345e-10", nullptr)));
   const std::string pointed = "000.000123456789012345678901234";
-  ASSERT_TRUE(
-      parse_long_mantissa(pointed.data(), pointed.data() + pointed.size(), -27, true, &d));
+  ASSERT_TRUE(parse_long_mantissa(pointed.data(), pointed.data() + pointed.size(), -27, true, &d));
   EXPECT_EQ(bits(d), bits(-std::strtod("0.000123456789012345678901234", nullptr)));
 }
 

@@ -131,7 +131,9 @@ struct TypeCase {
 };
 
 // Names the case by its statement (the struct's padding bytes are never read).
-void PrintTo(const TypeCase& c, std::ostream* os) { *os << c.statement; }
+void PrintTo(const TypeCase& c, std::ostream* os) {
+  *os << c.statement;
+}
 
 class ScanouttypValid : public ::testing::TestWithParam<TypeCase> {};
 

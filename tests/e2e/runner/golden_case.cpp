@@ -155,7 +155,8 @@ void apply_setup(const fs::path& case_dir, const fs::path& work, Expectation& ex
       if (!fs::is_directory(source.parent_path()))
         throw MissingRealData("the real-data folder " + source.parent_path().string() +
                               " is not there, so " + name + " cannot be copied in");
-      if (!fs::is_regular_file(source)) throw CaseError(where + ": no real-data file " + source.string());
+      if (!fs::is_regular_file(source))
+        throw CaseError(where + ": no real-data file " + source.string());
       fs::path path = inner_path(words[2], where);
       std::string bytes = read_file(source);
       fs::create_directories((work / path).parent_path());
