@@ -80,6 +80,31 @@ bool Splitter::split(std::string_view line, std::vector<std::string_view>& field
   }
 }
 
+// Reads the quoted field whose opening quote is at line[i]: its text, with
+// doubled quotes made single, goes into the scratch space and out as a
+// trimmed view; i moves past the closing quote. False at an open quote.
+bool Splitter::read_quoted(std::string_view line, size_t& i, std::string_view& value) {
+  saw_quote_ = true;
+  ++i;
+  const size_t n = line.size();
+  const size_t s0 = scratch_.size();
+  for (;;) {
+    if (i >= n) return false;
+    const char c = line[i++];
+    if (c == '"') {
+      if (i < n && line[i] == '"') {
+        scratch_.push_back('"');
+        ++i;
+        continue;
+      }
+      break;
+    }
+    scratch_.push_back(c);
+  }
+  value = trim(std::string_view(scratch_.data() + s0, scratch_.size() - s0));
+  return true;
+}
+
 bool Splitter::split_delimited(std::string_view line, std::vector<std::string_view>& fields) {
   const size_t n = line.size();
   size_t i = 0;
@@ -87,24 +112,10 @@ bool Splitter::split_delimited(std::string_view line, std::vector<std::string_vi
     const size_t start = i;
     while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
     if (i < n && line[i] == '"') {
-      saw_quote_ = true;
-      ++i;
-      const size_t s0 = scratch_.size();
-      for (;;) {
-        if (i >= n) return false;
-        const char c = line[i++];
-        if (c == '"') {
-          if (i < n && line[i] == '"') {
-            scratch_.push_back('"');
-            ++i;
-            continue;
-          }
-          break;
-        }
-        scratch_.push_back(c);
-      }
+      std::string_view value;
+      if (!read_quoted(line, i, value)) return false;
       while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
-      fields.push_back(trim(std::string_view(scratch_.data() + s0, scratch_.size() - s0)));
+      fields.push_back(value);
       if (i >= n) return true;
       if (line[i] != delimiter_) return false;
       ++i;
@@ -128,24 +139,10 @@ bool Splitter::split_blank(std::string_view line, std::vector<std::string_view>&
     while (i < n && is_blank(line[i])) ++i;
     if (i >= n) return true;
     if (line[i] == '"') {
-      saw_quote_ = true;
-      ++i;
-      const size_t s0 = scratch_.size();
-      for (;;) {
-        if (i >= n) return false;
-        const char c = line[i++];
-        if (c == '"') {
-          if (i < n && line[i] == '"') {
-            scratch_.push_back('"');
-            ++i;
-            continue;
-          }
-          break;
-        }
-        scratch_.push_back(c);
-      }
+      std::string_view value;
+      if (!read_quoted(line, i, value)) return false;
       if (i < n && !is_blank(line[i])) return false;
-      fields.push_back(trim(std::string_view(scratch_.data() + s0, scratch_.size() - s0)));
+      fields.push_back(value);
       continue;
     }
     const size_t start = i;

@@ -49,6 +49,7 @@ class Splitter {
   bool split_delimited(std::string_view line, std::vector<std::string_view>& fields);
   bool split_blank(std::string_view line, std::vector<std::string_view>& fields);
   void split_fixed(std::string_view line, std::vector<std::string_view>& fields);
+  bool read_quoted(std::string_view line, size_t& i, std::string_view& value);
 
   Layout layout_;
   char delimiter_;
