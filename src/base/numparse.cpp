@@ -7,6 +7,7 @@
 #include <bit>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 #include "base/pow5_table.hpp"
@@ -22,13 +23,38 @@ constexpr uint64_t kFractionMask = (uint64_t{1} << 52) - 1;
 
 }  // namespace
 
+namespace {
+
+// The double of mantissa m (at most 53 bits; 2^53 after a rounding carry)
+// whose lowest bit weighs 2^lowest.
+double encode(uint64_t m, int64_t lowest, uint64_t sign) {
+  if (m >> 53) {  // rounding carried into a 54th bit
+    m >>= 1;
+    ++lowest;
+  }
+  uint64_t bits = m;  // a subnormal: lowest is -1074 and the exponent field 0
+  if (m >> 52) {
+    const int64_t field = lowest + 52 + 1023;
+    bits = field >= 2047 ? kInfinityBits : static_cast<uint64_t>(field) << 52 | (m & kFractionMask);
+  }
+  return std::bit_cast<double>(bits | sign);
+}
+
 // With 5^q ~ T * 2^e (T of 128 bits, rounded down) and w shifted left until
 // its top bit is set, X = w * T is a 192-bit number whose bit 0 weighs
-// 2^(q + e - shift). The true value's X lies in [X, X + w): exactly X when T
-// is exact (0 <= q <= 55), else strictly above X and below X + w < X + 2^64.
-// The double keeps X's top 53 bits (fewer for a subnormal); the bits below
-// them decide the rounding unless the interval reaches a rounding boundary.
-bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
+// 2^(q + e - shift). The double keeps X's top 53 bits (fewer for a
+// subnormal); the bits below them decide the rounding unless the true value
+// may lie on the other side of a rounding boundary.
+//
+// Exact (the number is w * 10^q): both halves of T are multiplied, and the
+// true value lies in [X, X + w): exactly X when T is exact (0 <= q <= 55),
+// else strictly above X and below X + w < X + 2^64.
+//
+// Not exact (the number lies strictly between w * 10^q and (w + 1) * 10^q,
+// w its first 19 significant digits): only T's high half is multiplied, and
+// the true value lies strictly above X and below X + (2^shift + 2) * 2^128.
+template <bool Exact>
+bool product(uint64_t w, int64_t q, bool neg, double* out) {
   const uint64_t sign = uint64_t{neg} << 63;
   if (w == 0) {
     *out = std::bit_cast<double>(sign);
@@ -39,10 +65,15 @@ bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
   const int shift = std::countl_zero(w);
   w <<= shift;
   const Uint128 high = static_cast<Uint128>(w) * t.hi;
-  const Uint128 low = static_cast<Uint128>(w) * t.lo;
-  const uint64_t x0 = static_cast<uint64_t>(low);
-  const uint64_t x1 = static_cast<uint64_t>(high) + static_cast<uint64_t>(low >> 64);
-  const uint64_t x2 = static_cast<uint64_t>(high >> 64) + (x1 < static_cast<uint64_t>(high));
+  uint64_t x0 = 0;
+  uint64_t x1 = static_cast<uint64_t>(high);
+  uint64_t x2 = static_cast<uint64_t>(high >> 64);
+  if constexpr (Exact) {
+    const Uint128 low = static_cast<Uint128>(w) * t.lo;
+    x0 = static_cast<uint64_t>(low);
+    x1 += static_cast<uint64_t>(low >> 64);
+    x2 += x1 < static_cast<uint64_t>(high);
+  }
 
   const int top = 190 + static_cast<int>(x2 >> 63);  // X's highest set bit
   const int64_t base = q + t.e - shift;              // bit 0 of X weighs 2^base
@@ -54,32 +85,38 @@ bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
   const int64_t kept = std::max<int64_t>(top - 52, -1074 - base);
   if (kept > 191) return false;                // all of X lies below the smallest subnormal
   const int k = static_cast<int>(kept - 128);  // 10 to 63: the kept bits are all in x2
-  uint64_t m = x2 >> k;
+  const uint64_t m = x2 >> k;
   const uint64_t rest = x2 & ((uint64_t{1} << k) - 1);
   const uint64_t half = uint64_t{1} << (k - 1);
   bool up;
-  if (q >= 0 && q <= kPow5ExactMax) {
-    up = rest > half || (rest == half && ((x1 | x0) != 0 || (m & 1) != 0));
+  if constexpr (Exact) {
+    if (q >= 0 && q <= kPow5ExactMax) {
+      up = rest > half || (rest == half && ((x1 | x0) != 0 || (m & 1) != 0));
+    } else {
+      // At or above the halfway point when X is; below it when X + w stays
+      // below, which can fail only when rest is one short of half and x1 is
+      // all ones.
+      if (rest + 1 == half && x1 == ~uint64_t{0}) return false;
+      up = rest >= half;
+    }
   } else {
-    // The true value lies above X and below X + w: at or above the halfway
-    // point when X is, and below it when X + w stays below, which can fail
-    // only when rest is one short of half and x1 is all ones.
-    if (rest + 1 == half && x1 == ~uint64_t{0}) return false;
+    // Above the halfway point when X is at or above it; below it when the
+    // top of the interval, under (rest + 1 + 2^shift + 2) units, stays at or
+    // below it. A carry out of the kept bits (the value at or above the next
+    // mantissa) lands, less than 2^shift + 2 units on, far below its halfway
+    // point, so rounding up from X is right there too.
+    const uint64_t reach = rest + (uint64_t{1} << shift) + 3;
+    if (rest < half && reach > half) return false;
     up = rest >= half;
   }
-  m += up;
-  int64_t lowest = kept + base;  // the weight of m's lowest bit, as a power of two
-  if (m >> 53) {                 // rounding carried into a 54th bit
-    m >>= 1;
-    ++lowest;
-  }
-  uint64_t bits = m;  // a subnormal: lowest is -1074 and the exponent field 0
-  if (m >> 52) {
-    const int64_t field = lowest + 52 + 1023;
-    bits = field >= 2047 ? kInfinityBits : static_cast<uint64_t>(field) << 52 | (m & kFractionMask);
-  }
-  *out = std::bit_cast<double>(bits | sign);
+  *out = encode(m + up, kept + base, sign);
   return true;
+}
+
+}  // namespace
+
+bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out) {
+  return product<true>(w, q, neg, out);
 }
 
 bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t exponent, bool neg,
@@ -102,15 +139,45 @@ bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t expon
     ++dropped;
     sticky |= *s != '0';
   }
-  if (!sticky) return parse_exact_product(w, exponent + dropped, neg, out);
-  double below;
-  double above;
-  if (!parse_exact_product(w, exponent + dropped, neg, &below) ||
-      !parse_exact_product(w + 1, exponent + dropped, neg, &above) ||
-      std::bit_cast<uint64_t>(below) != std::bit_cast<uint64_t>(above))
-    return false;
-  *out = below;
-  return true;
+  return sticky ? product<false>(w, exponent + dropped, neg, out)
+                : product<true>(w, exponent + dropped, neg, out);
+}
+
+bool parse_long_mantissa_padded(const char* digits, const char* mant_end, int64_t exponent,
+                                bool neg, double* out) {
+  constexpr uint64_t kZeros = 0x3030303030303030ULL;
+  const char* s = digits;
+  while (s < mant_end && (*s == '0' || *s == '.')) ++s;  // leading zeros carry no digit
+  const void* dot = std::memchr(s, '.', static_cast<size_t>(mant_end - s));
+  const char* point = dot != nullptr ? static_cast<const char*>(dot) : mant_end;
+  // The significant digits stand in two runs, before and after the point.
+  const char* run_start[2] = {s, point < mant_end ? point + 1 : mant_end};
+  const char* run_end[2] = {point, mant_end};
+  uint64_t w = 0;
+  int taken = 0;
+  int64_t dropped = 0;
+  bool sticky = false;
+  for (int r = 0; r < 2; ++r) {
+    const char* p = run_start[r];
+    const char* e = run_end[r];
+    while (taken < 19 && p < e) {
+      const int n = static_cast<int>(std::min<int64_t>({e - p, 19 - taken, 8}));
+      const uint64_t x = load8(p) ^ kZeros;
+      w = w * kPow10Int[n] + eight_digits(n == 8 ? x : x << (64 - 8 * n));
+      p += n;
+      taken += n;
+    }
+    // The digits after the first 19: how many (they scale w) and whether any
+    // is not a zero (then the number lies strictly between w and w + 1 units).
+    dropped += e - p;
+    for (; p < e; p += 8) {
+      const int64_t n = std::min<int64_t>(e - p, 8);
+      const uint64_t x = load8(p) ^ kZeros;
+      sticky |= (n == 8 ? x : x << (64 - 8 * n)) != 0;
+    }
+  }
+  return sticky ? product<false>(w, exponent + dropped, neg, out)
+                : product<true>(w, exponent + dropped, neg, out);
 }
 
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out) {

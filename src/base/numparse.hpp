@@ -109,6 +109,11 @@ bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out);
 bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t exponent, bool neg,
                          double* out);
 
+// The same, reading the digits eight bytes at a time: at least 8 readable
+// bytes must follow mant_end.
+bool parse_long_mantissa_padded(const char* digits, const char* mant_end, int64_t exponent,
+                                bool neg, double* out);
+
 // Anything that is not a plain decimal (white space, inf, nan, hexadecimal,
 // no digits at all): strtod decides.
 const char* parse_with_strtod(const char* p, double* out);
@@ -164,6 +169,7 @@ inline const char* parse_double_as(const char* p, double* out) {
     return s;
   }
   if (ndigits <= 19 ? parse_exact_product(mant, exponent, neg, out)
+      : Padded      ? parse_long_mantissa_padded(digits, mant_end, exponent, neg, out)
                     : parse_long_mantissa(digits, mant_end, exponent, neg, out))
     return s;
   return parse_decimal_slow(p, num, s, out);

@@ -601,6 +601,7 @@ void expect_same_as_strtod(const Family& f, uint64_t count) {
   Rng rng(base_seed() ^ name_hash(f.name));
   PageEndBuffer buf;
   std::string text;
+  std::vector<char> padded;
   uint64_t converted = 0, failures = 0;
   const auto t0 = std::chrono::steady_clock::now();
   for (uint64_t i = 0; i < count; ++i) {
@@ -618,6 +619,20 @@ void expect_same_as_strtod(const Family& f, uint64_t count) {
         ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at "
                       << (libc_end - p) << " with " << std::hexfloat << libc << ", parse_double at "
                       << (our_end - p) << " with " << ours;
+    }
+    // The padded conversion of the read buffer, with padding after the zero
+    // byte, must end and round the same.
+    padded.assign(text.begin(), text.end());
+    padded.resize(text.size() + 1 + 16, '\0');
+    double padded_value = 0;
+    const char* padded_end = kolv::parse_double_padded(padded.data(), &padded_value);
+    if (std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(padded_value) ||
+        padded_end - padded.data() != libc_end - p) {
+      if (++failures <= 10)
+        ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at "
+                      << (libc_end - p) << " with " << std::hexfloat << libc
+                      << ", parse_double_padded at " << (padded_end - padded.data()) << " with "
+                      << padded_value;
     }
   }
   const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
