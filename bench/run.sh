@@ -4,7 +4,10 @@
 # else /tmp; removed at the end), then times every kolv conversion and every
 # baseline in the same run, round by round, and prints the median of each
 # with MB/s, its ratio to the bare from_chars loop and to the strtod loop over
-# the same numbers, and the peak resident memory. Every kolv output is
+# the same numbers and to the I/O floor (a loop that only reads the input in
+# 128 KiB reads and writes as many bytes as the 8-byte output), the user and
+# system time, and the peak resident memory. The table is also appended to
+# bench/results.csv, one row per job and run. Every kolv output is
 # checked value by value against the strtod loop's doubles.
 #
 #   bench/run.sh [-r RUNS] [-n ROWS] [-s]   (defaults: 5 runs, 1,000,000 rows)
@@ -42,7 +45,7 @@ echo "== building kolv and the bench tools (Release) in $build"
 mkdir -p "$build"
 log=$build/bench-build.log
 if ! { cmake -S "$repo" -B "$build" "${gen[@]}" -DCMAKE_BUILD_TYPE=Release -DKOLV_BENCH=ON -DKOLV_TESTS=OFF &&
-        cmake --build "$build" -j 2 --target kolv kolvdump gen_corpus strtod_loop fromchars_loop bench_compare; } > "$log" 2>&1; then
+        cmake --build "$build" -j 2 --target kolv kolvdump gen_corpus strtod_loop fromchars_loop io_floor bench_compare; } > "$log" 2>&1; then
   tail -n 30 "$log" >&2
   echo "bench/run.sh: the build failed (whole log: $log)" >&2
   exit 1
@@ -96,6 +99,13 @@ job "strtod loop, comma"         comma.csv  comma "$bin/strtod_loop comma.csv re
 job "from_chars loop, comma"     comma.csv  comma "$bin/fromchars_loop comma.csv fc_comma.bin"
 job "strtod loop, long"          long.txt   long  "$bin/strtod_loop long.txt ref_long.bin"
 job "from_chars loop, long"      long.txt   long  "$bin/fromchars_loop long.txt fc_long.bin"
+# The I/O floor of each input: its bytes read, and those of its 8-byte data
+# set written (10 columns of every row; long.txt holds rows / 4 lines).
+job "I/O floor, soft"            soft.txt   soft  "$bin/io_floor soft.txt floor.bin $(( rows * 80 ))"
+job "I/O floor, comma"           comma.csv  comma "$bin/io_floor comma.csv floor.bin $(( rows * 80 ))"
+job "I/O floor, long"            long.txt   long  "$bin/io_floor long.txt floor.bin $(( (rows / 4 > 0 ? rows / 4 : 1) * 80 ))"
+job "I/O floor, packed"          packed.txt soft  "$bin/io_floor packed.txt floor.bin $(( rows * 80 ))"
+job "I/O floor, mixed"           mixed.txt  soft  "$bin/io_floor mixed.txt floor.bin $(( rows * 80 ))"
 if [[ -n $python ]]; then
   job "numpy.loadtxt, soft"      soft.txt   soft  "$python -c \"import numpy; numpy.loadtxt('soft.txt').tofile('np_soft.bin')\""
   job "pandas.read_csv, comma"   comma.csv  comma "$python -c \"import pandas; pandas.read_csv('comma.csv', header=None).to_numpy().tofile('pd_comma.bin')\""
@@ -117,20 +127,23 @@ job "kolvdump text view"         soft.txt   soft  "$kolvdump soft_d.dat > /dev/n
 
 # --- timing: round by round, so that a busy moment of the machine falls on
 # every job alike ------------------------------------------------------------
-declare -A walls rss
+declare -A walls rss users syss
 njobs=${#names[@]}
 echo "== timing $njobs jobs, $runs rounds"
 for (( r = 1; r <= runs; r++ )); do
   for (( j = 0; j < njobs; j++ )); do
     t0=$EPOCHREALTIME
-    if ! /usr/bin/time -f %M -o rss.txt bash -c "exec ${cmds[j]}" > out.txt 2>&1; then
+    if ! /usr/bin/time -f '%M %U %S' -o rss.txt bash -c "exec ${cmds[j]}" > out.txt 2>&1; then
       echo "FAILED: ${names[j]}: ${cmds[j]}" >&2
       cat out.txt >&2
       exit 1
     fi
     t1=$EPOCHREALTIME
     walls[$j]+=" $(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.4f", b - a }')"
-    rss[$j]+=" $(tail -n 1 rss.txt)"
+    read -r m u sy < <(tail -n 1 rss.txt)
+    rss[$j]+=" $m"
+    users[$j]+=" $u"
+    syss[$j]+=" $sy"
   done
   printf '   round %d of %d done\n' "$r" "$runs"
 done
@@ -159,6 +172,7 @@ for (( j = 0; j < njobs; j++ )); do
     "kolv mixed, D") verify $j mixed_d.dat ref_soft.bin 10 -,0,1,2,3,-,4,5,6,7 ;;
     "kolv long forms, D") verify $j long_d.dat ref_long.bin 10 ;;
     "from_chars loop, "*) check[$j]="identical" ;;
+    "I/O floor, "*) check[$j]="-" ;;
     numpy*) cmp -s np_soft.bin ref_soft.bin && check[$j]="identical" || check[$j]="differs" ;;
     pandas*) cmp -s pd_comma.bin ref_comma.bin && check[$j]="identical" || check[$j]="differs" ;;
     "kolvdump --csv")
@@ -175,8 +189,21 @@ done
 
 # --- the table ----------------------------------------------------------------
 median() { tr ' ' '\n' | grep . | sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
-declare -A med
-for (( j = 0; j < njobs; j++ )); do med[$j]=$(median <<< "${walls[$j]}"); done
+declare -A med medu meds
+for (( j = 0; j < njobs; j++ )); do
+  med[$j]=$(median <<< "${walls[$j]}")
+  medu[$j]=$(median <<< "${users[$j]}")
+  meds[$j]=$(median <<< "${syss[$j]}")
+done
+floor_of() {  # the I/O floor's median for an input file
+  case $1 in
+    soft.txt) echo "${med[$(idx "I/O floor, soft")]}" ;;
+    comma.csv) echo "${med[$(idx "I/O floor, comma")]}" ;;
+    long.txt) echo "${med[$(idx "I/O floor, long")]}" ;;
+    packed.txt) echo "${med[$(idx "I/O floor, packed")]}" ;;
+    mixed.txt) echo "${med[$(idx "I/O floor, mixed")]}" ;;
+  esac
+}
 idx() { local j; for (( j = 0; j < njobs; j++ )); do [[ ${names[j]} == "$1" ]] && { echo "$j"; return; }; done; }
 
 echo
@@ -185,18 +212,28 @@ rev=$(git -C "$repo" rev-parse --short HEAD 2> /dev/null || echo '?')
 echo "kolv $rev, $rows rows, median of $runs runs, $(date -u +%Y-%m-%dT%H:%MZ)"
 echo "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//'), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
 echo "'x from_chars' and 'x strtod': time over that of the loop reading the same numbers"
-echo "(packed and mixed: the loops over soft.txt)."
+echo "(packed and mixed: the loops over soft.txt); 'x I/O floor': over the I/O floor of"
+echo "the same input; user and sys: medians of the CPU time in the process and in the kernel."
 echo
-printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' conversion "input MB" "median s" "MB/s" "x from_chars" "x strtod" "peak MiB" "values"
-printf '%-28s %9s %9s %8s %12s %10s %10s  %s\n' ---------- -------- -------- ---- ------------ -------- -------- ------
+results=$repo/bench/results.csv
+[[ -f $results ]] || echo "date,commit,rows,job,input_mb,median_s,mb_s,x_from_chars,x_strtod,x_io_floor,user_s,sys_s,peak_mib,values" > "$results"
+stamp=$(date -u +%Y-%m-%dT%H:%MZ)
+printf '%-28s %9s %9s %8s %12s %10s %11s %7s %7s %10s  %s\n' conversion "input MB" "median s" "MB/s" "x from_chars" "x strtod" "x I/O floor" "user s" "sys s" "peak MiB" "values"
+printf '%-28s %9s %9s %8s %12s %10s %11s %7s %7s %10s  %s\n' ---------- -------- -------- ---- ------------ -------- ----------- ------ ----- -------- ------
 for (( j = 0; j < njobs; j++ )); do
   [[ ${names[j]} == kolvdump* ]] && continue
   bytes=$(stat -c %s "${inputs[j]}")
   fc=${med[$(idx "from_chars loop, ${refs[j]}")]}
   sd=${med[$(idx "strtod loop, ${refs[j]}")]}
+  fl=$(floor_of "${inputs[j]}")
   peak=$(tr ' ' '\n' <<< "${rss[$j]}" | grep . | sort -n | tail -n 1)
-  awk -v n="${names[j]}" -v b="$bytes" -v t="${med[$j]}" -v fc="$fc" -v sd="$sd" -v m="$peak" -v c="${check[$j]}" \
-    'BEGIN { printf "%-28s %9.1f %9.3f %8.1f %12.2f %10.2f %10.1f  %s\n", n, b / 1e6, t, b / 1e6 / t, t / fc, t / sd, m / 1024, c }'
+  line=$(awk -v n="${names[j]}" -v b="$bytes" -v t="${med[$j]}" -v fc="$fc" -v sd="$sd" -v fl="$fl" \
+    -v u="${medu[$j]}" -v sy="${meds[$j]}" -v m="$peak" -v c="${check[$j]}" \
+    'BEGIN { printf "%-28s %9.1f %9.3f %8.1f %12.2f %10.2f %11.2f %7.2f %7.2f %10.1f  %s", n, b / 1e6, t, b / 1e6 / t, t / fc, t / sd, t / fl, u, sy, m / 1024, c }')
+  echo "$line"
+  awk -v d="$stamp" -v r="$rev" -v rows="$rows" -v n="${names[j]}" -v b="$bytes" -v t="${med[$j]}" -v fc="$fc" \
+    -v sd="$sd" -v fl="$fl" -v u="${medu[$j]}" -v sy="${meds[$j]}" -v m="$peak" -v c="${check[$j]}" \
+    'BEGIN { printf "%s,%s,%d,\"%s\",%.1f,%.4f,%.1f,%.3f,%.3f,%.3f,%.2f,%.2f,%.1f,%s\n", d, r, rows, n, b / 1e6, t, b / 1e6 / t, t / fc, t / sd, t / fl, u, sy, m / 1024, c }' >> "$results"
 done
 
 # --- reading back: kolvdump against the conversion that made its input ------
