@@ -82,32 +82,30 @@ TEST_P(RealData, ConvertsAndMatchesTheText) {
   if (*f.kinds == 0) {
     // Fixed columns: the reader cuts the columns kolvprep wrote down.
     const std::string cmd = kptest::read_file(scratch.file(name + ".cmd"));
-    const std::string spec = command.find("--fixed=") != std::string::npos
-                                 ? command.substr(command.find("--fixed=") + 8)
-                                 : cmd.substr(cmd.find("INVAR RECORD"));
-    size_t at = 0;
-    while (at < spec.size()) {
-      size_t a = 0, b = 0;
-      if (command.find("--fixed=") != std::string::npos) {
-        if (std::sscanf(spec.c_str() + at, "%zu-%zu", &a, &b) != 2) break;
+    std::string layout_text;
+    const size_t fixed_at = command.find("--fixed=");
+    if (fixed_at != std::string::npos) {
+      // --fixed=1-11,12-15,...: the first and last byte of each column, from 1.
+      layout_text = command.substr(fixed_at + 8);
+      layout_text = layout_text.substr(0, layout_text.find(' '));
+      for (size_t at = 0; at != std::string::npos && at < layout_text.size();) {
+        size_t a = 0, b = 0;
+        if (std::sscanf(layout_text.c_str() + at, "%zu-%zu", &a, &b) != 2) break;
         r.fixed.push_back({a - 1, b - a + 1});
-        at = spec.find(',', at);
-        if (at == std::string::npos || spec[at + 1] == ' ') break;
-        ++at;
-        if (spec.find(' ', at) < spec.find(',', at) && spec.find(',', at) != std::string::npos) {
-          // last item before a blank: read it and stop
-          if (std::sscanf(spec.c_str() + at, "%zu-%zu", &a, &b) == 2)
-            r.fixed.push_back({a - 1, b - a + 1});
-          break;
-        }
-      } else {
-        at = spec.find('(', at);
-        if (at == std::string::npos) break;
-        if (std::sscanf(spec.c_str() + at, "(%zu,%zu)", &a, &b) == 2) r.fixed.push_back({a - 1, b});
-        ++at;
+        at = layout_text.find(',', at);
+        if (at != std::string::npos) ++at;
+      }
+    } else {
+      // INVAR RECORD groups: (column,width) before the names they place.
+      layout_text = cmd.substr(cmd.find("INVAR RECORD"));
+      for (size_t at = layout_text.find('('); at != std::string::npos;
+           at = layout_text.find('(', at + 1)) {
+        size_t a = 0, b = 0;
+        if (std::sscanf(layout_text.c_str() + at, "(%zu,%zu)", &a, &b) == 2)
+          r.fixed.push_back({a - 1, b});
       }
     }
-    ASSERT_EQ(r.fixed.size(), ds.columns) << spec.substr(0, 300);
+    ASSERT_EQ(r.fixed.size(), ds.columns) << layout_text.substr(0, 300);
     r.raw_text = command.find("--text") == std::string::npos;
     for (uint8_t t : ds.types) r.kinds.push_back(t ? 'n' : 'c');
   }
