@@ -32,7 +32,15 @@
 #error "KOLV_PROGRAM must name the kolv program"
 #endif
 
+#include "dataset_bytes.hpp"
+
 namespace {
+
+using failure_test::data_offset;
+using failure_test::get32;
+using failure_test::header;
+using failure_test::put32;
+using failure_test::variable_block;
 
 // The user an unprivileged run becomes when the tests run as root.
 constexpr uid_t kNobody = 65534;
@@ -64,46 +72,9 @@ bool exists(const std::string& path) {
 
 // ---- data set bytes, as the file format describes them ----
 
-void put32(std::string& s, size_t at, uint32_t v) {
-  for (int i = 0; i < 4; ++i)
-    s[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i) & 0xFF);
-}
-
-uint32_t get32(const std::string& s, size_t at) {
-  uint32_t v = 0;
-  for (int i = 3; i >= 0; --i)
-    v = v << 8 | static_cast<unsigned char>(s[at + static_cast<size_t>(i)]);
-  return v;
-}
-
-uint32_t data_offset(uint32_t columns) {
-  return 128 + 33 * columns + (columns % 8 == 0 ? 0 : 8 - columns % 8);
-}
-
-std::string header(uint32_t otyp, uint32_t rows, uint32_t columns) {
-  std::string h(128, '\0');
-  put32(h, 0, 0xFFFFFFFF);
-  put32(h, 8, 0xFFFFFFFF);
-  put32(h, 16, 0xFFFFFFFF);
-  put32(h, 28, 0xABCDEF02);
-  put32(h, 32, 1);
-  put32(h, 40, 1);
-  put32(h, 44, otyp == 2 ? 12 : otyp == 4 ? 1004 : 1008);
-  put32(h, 48, otyp);
-  put32(h, 56, 1);
-  put32(h, 60, 2);
-  put32(h, 64, 1);
-  put32(h, 72, data_offset(columns));
-  put32(h, 80, rows);
-  put32(h, 84, columns);
-  return h;
-}
-
 // The variable block of one numeric variable named X.
 std::string one_variable_block() {
-  std::string block(32, '\0');
-  block[0] = 'X';
-  return block + std::string("\x01\0\0\0\0\0\0\0", 8);
+  return variable_block({"X"});
 }
 
 std::string doubles(double value, size_t count) {

@@ -46,7 +46,15 @@
 #error "KOLV_PROGRAM must name the kolv program"
 #endif
 
+#include "dataset_bytes.hpp"
+
 namespace {
+
+using failure_test::data_offset;
+using failure_test::get32;
+using failure_test::header;
+using failure_test::put32;
+using failure_test::variable_block;
 
 std::string slurp(const std::string& path) {
   std::string bytes;
@@ -102,56 +110,6 @@ long long file_size(const std::string& path) {
 }
 
 // ---- data set bytes, from the file layout ----
-
-void put32(std::string& s, size_t at, uint32_t v) {
-  for (int i = 0; i < 4; ++i)
-    s[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i) & 0xFF);
-}
-
-uint32_t get32(const std::string& s, size_t at) {
-  uint32_t v = 0;
-  for (int i = 3; i >= 0; --i)
-    v = v << 8 | static_cast<unsigned char>(s[at + static_cast<size_t>(i)]);
-  return v;
-}
-
-uint32_t data_offset(uint32_t columns) {
-  return 128 + 33 * columns + (columns % 8 == 0 ? 0 : 8 - columns % 8);
-}
-
-// A finished header for 8-byte doubles.
-std::string header(uint32_t rows, uint32_t columns) {
-  std::string h(128, '\0');
-  put32(h, 0, 0xFFFFFFFF);
-  put32(h, 8, 0xFFFFFFFF);
-  put32(h, 16, 0xFFFFFFFF);
-  put32(h, 28, 0xABCDEF02);
-  put32(h, 32, 1);
-  put32(h, 40, 1);
-  put32(h, 44, 1008);
-  put32(h, 48, 8);
-  put32(h, 56, 1);
-  put32(h, 60, 2);
-  put32(h, 64, 1);
-  put32(h, 72, data_offset(columns));
-  put32(h, 80, rows);
-  put32(h, 84, columns);
-  return h;
-}
-
-// The variable block of numeric variables with these (upper-case) names.
-std::string variable_block(const std::vector<std::string>& names) {
-  std::string block;
-  for (const std::string& name : names) {
-    std::string field(32, '\0');
-    field.replace(0, name.size(), name);
-    block += field;
-  }
-  block.append(names.size(), '\x01');
-  const size_t n = names.size();
-  block.append(n % 8 == 0 ? 0 : 8 - n % 8, '\0');
-  return block;
-}
 
 void append_double(std::string& bytes, double value) {
   char raw[8];
@@ -319,7 +277,7 @@ std::string packed_rows(size_t rows) {
 // is shorter than those of the runs appending to it, so their blocks go over
 // its first rows.
 std::string earlier_data_set() {
-  std::string ds = header(100, 1) + variable_block({"X"});
+  std::string ds = header(8, 100, 1) + variable_block({"X"});
   for (int i = 0; i < 100; ++i) append_double(ds, 7.0);
   return ds;
 }
@@ -377,10 +335,10 @@ class KillTest : public ::testing::TestWithParam<Scenario> {
       // The run's header and variable block, the earlier bytes behind them,
       // then the new rows.
       const uint32_t old_rows = get32(earlier, 80);
-      complete = header(old_rows + static_cast<uint32_t>(rows), columns) + variable_block(names) +
-                 earlier.substr(data_offset(columns)) + new_rows;
+      complete = header(8, old_rows + static_cast<uint32_t>(rows), columns) +
+                 variable_block(names) + earlier.substr(data_offset(columns)) + new_rows;
     } else {
-      complete = header(static_cast<uint32_t>(rows), columns) + variable_block(names) + new_rows;
+      complete = header(8, static_cast<uint32_t>(rows), columns) + variable_block(names) + new_rows;
     }
   }
 
@@ -604,7 +562,7 @@ TEST(IgnoredSignal, StaysIgnoredAndTheRunCompletes) {
   EXPECT_EQ(end.status, 0) << "signal " << end.signal;
   EXPECT_TRUE(
       file_equals(scratch.at("out.dat"),
-                  header(400000, 3) + variable_block({"A", "B", "C"}) + delimited_rows(400000)));
+                  header(8, 400000, 3) + variable_block({"A", "B", "C"}) + delimited_rows(400000)));
 }
 
 // ---- one writer at a time ----
@@ -616,7 +574,7 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
   constexpr int kRuns = 8;
   constexpr size_t kRows = 200000;
   constexpr uint32_t kEarlierRows = 10;
-  std::string earlier = header(kEarlierRows, 2) + variable_block({"ID", "SEQ"});
+  std::string earlier = header(8, kEarlierRows, 2) + variable_block({"ID", "SEQ"});
   for (uint32_t i = 0; i < kEarlierRows; ++i) {
     append_double(earlier, 0.0);
     append_double(earlier, static_cast<double>(i));
@@ -651,7 +609,7 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
   const std::string ds = slurp(scratch.at("out.dat"));
   const uint32_t total = kEarlierRows + kRuns * static_cast<uint32_t>(kRows);
   ASSERT_EQ(ds.size(), data_offset(2) + 16ull * total);
-  EXPECT_EQ(ds.substr(0, 128), header(total, 2)) << "header rows " << get32(ds, 80);
+  EXPECT_EQ(ds.substr(0, 128), header(8, total, 2)) << "header rows " << get32(ds, 80);
   EXPECT_EQ(ds.substr(128, data_offset(2) - 128), variable_block({"ID", "SEQ"}));
   EXPECT_EQ(ds.substr(data_offset(2), 16 * kEarlierRows), earlier.substr(data_offset(2)));
 
@@ -713,7 +671,7 @@ TEST(ConcurrentAppend, ARunWaitsForTheLockAndASignalWhileWaitingChangesNothing) 
   end = wait_for(waiting);
   EXPECT_EQ(end.status, 0);
   EXPECT_EQ(slurp(scratch.at("run.stdout")), "");
-  const std::string expected = header(1100, 3) + variable_block({"A", "B", "C"}) +
+  const std::string expected = header(8, 1100, 3) + variable_block({"A", "B", "C"}) +
                                earlier.substr(data_offset(3)) + delimited_rows(1000);
   EXPECT_TRUE(slurp(scratch.at("out.dat")) == expected);
 }
