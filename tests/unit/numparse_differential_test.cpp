@@ -561,9 +561,14 @@ const Family kFamilies[] = {
     {"RandomAscii", 8, gen_random_ascii, 10},
 };
 
+// A count from the environment variable `name`, or the default.
+uint64_t count_from_env(const char* name, uint64_t fallback) {
+  const char* v = std::getenv(name);
+  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : fallback;
+}
+
 uint64_t total_count() {
-  const char* v = std::getenv("KOLV_DIFF_COUNT");
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : 5000000;
+  return count_from_env("KOLV_DIFF_COUNT", 5000000);
 }
 
 uint64_t base_seed() {
@@ -671,8 +676,7 @@ const Family kLongFamilies[] = {
 };
 
 uint64_t long_count() {
-  const char* v = std::getenv("KOLV_DIFF_LONG_COUNT");
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : 10000000;
+  return count_from_env("KOLV_DIFF_LONG_COUNT", 10000000);
 }
 
 class NumparseLongForms : public ::testing::TestWithParam<Family> {};
