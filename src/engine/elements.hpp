@@ -9,13 +9,6 @@
 
 namespace kolv {
 
-// A slot is missing when its top 16 bits, sign cleared, exceed 0x7FF0: all
-// exponent bits set and a non-zero top nibble of the fraction. Infinities and
-// NaNs with a zero top nibble are values.
-inline bool is_missing(uint64_t bits) {
-  return ((bits >> 48) & 0x7FFF) > 0x7FF0;
-}
-
 inline uint64_t slot_bits(const char* slot) {
   uint64_t bits;
   std::memcpy(&bits, slot, 8);
@@ -30,7 +23,7 @@ inline uint64_t slot_bits(const char* slot) {
 // negative y with a fraction): no call to the library's floor.
 inline uint16_t to_element16(const char* slot) {
   uint64_t bits = slot_bits(slot);
-  if (is_missing(bits)) return kMissing16;
+  if (slot_is_missing(bits)) return kMissing16;
   double x;
   std::memcpy(&x, &bits, 8);
   const double y = x + 0.5;
@@ -45,7 +38,7 @@ inline uint16_t to_element16(const char* slot) {
 
 inline uint32_t to_element32(const char* slot) {
   uint64_t bits = slot_bits(slot);
-  if (is_missing(bits)) return kMissing32;
+  if (slot_is_missing(bits)) return kMissing32;
   double x;
   std::memcpy(&x, &bits, 8);
   float f = static_cast<float>(x);

@@ -142,19 +142,19 @@ TEST(Element8, SlotIsCopiedUnchanged) {
 // ---- the missing test ----------------------------------------------------------
 
 TEST(MissingTest, ExponentAllOnesAndTopNibbleNotZero) {
-  EXPECT_TRUE(kolv::is_missing(0x7FFFFFFF00000000ULL));
-  EXPECT_TRUE(kolv::is_missing(0x7FF1000000000000ULL));
-  EXPECT_TRUE(kolv::is_missing(0x7FF8000000000000ULL));  // the usual quiet NaN
-  EXPECT_TRUE(kolv::is_missing(0xFFF8000000000000ULL));  // sign bit cleared first
-  EXPECT_TRUE(kolv::is_missing(0xFFFFFFFFFFFFFFFFULL));
+  EXPECT_TRUE(kolv::slot_is_missing(0x7FFFFFFF00000000ULL));
+  EXPECT_TRUE(kolv::slot_is_missing(0x7FF1000000000000ULL));
+  EXPECT_TRUE(kolv::slot_is_missing(0x7FF8000000000000ULL));  // the usual quiet NaN
+  EXPECT_TRUE(kolv::slot_is_missing(0xFFF8000000000000ULL));  // sign bit cleared first
+  EXPECT_TRUE(kolv::slot_is_missing(0xFFFFFFFFFFFFFFFFULL));
 }
 
 TEST(MissingTest, InfinitiesAndLowNaNsAreValues) {
-  EXPECT_FALSE(kolv::is_missing(0x7FF0000000000000ULL));
-  EXPECT_FALSE(kolv::is_missing(0xFFF0000000000000ULL));
-  EXPECT_FALSE(kolv::is_missing(0x7FF0FFFFFFFFFFFFULL));
-  EXPECT_FALSE(kolv::is_missing(0x7FEFFFFFFFFFFFFFULL));
-  EXPECT_FALSE(kolv::is_missing(0));
+  EXPECT_FALSE(kolv::slot_is_missing(0x7FF0000000000000ULL));
+  EXPECT_FALSE(kolv::slot_is_missing(0xFFF0000000000000ULL));
+  EXPECT_FALSE(kolv::slot_is_missing(0x7FF0FFFFFFFFFFFFULL));
+  EXPECT_FALSE(kolv::slot_is_missing(0x7FEFFFFFFFFFFFFFULL));
+  EXPECT_FALSE(kolv::slot_is_missing(0));
 }
 
 TEST(MissingTest, LowNaNIsConvertedNotMissing) {

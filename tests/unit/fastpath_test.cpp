@@ -343,7 +343,7 @@ TEST(Element16, SameAsFloorOfXPlusAHalf) {
   auto check = [&](double x) {
     char slot[8];
     std::memcpy(slot, &x, 8);
-    if (kolv::is_missing(std::bit_cast<uint64_t>(x))) return;
+    if (kolv::slot_is_missing(std::bit_cast<uint64_t>(x))) return;
     const uint16_t got = kolv::to_element16(slot);
     const uint16_t want = element16_by_floor(x);
     if (got != want && ++failures <= 10)
