@@ -242,6 +242,20 @@ TEST(Detect, WarningsOfEachKind) {
       << missing;
 }
 
+TEST(Detect, WholeNumbersBeyondEveryIntegerType) {
+  // Thirty digits written out are a whole number beyond the 2-byte range;
+  // 1.0e+064 is a value with an exponent, so its column is not one of integers.
+  const Found f = look("a,b\n1,1000000000000000000000000000000\n2,3\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.columns[1].integers);
+  std::string notes;
+  for (const std::string& s : report_notes(f.d, make_plan(f.d, "w.csv", "w"))) notes += s + "\n";
+  EXPECT_NE(notes.find("integers beyond the 2-byte range in B"), std::string::npos) << notes;
+  const Found g = look("  1\n  1.0e+064\n");
+  ASSERT_TRUE(g.ok) << g.error;
+  EXPECT_FALSE(g.d.columns[0].integers);
+}
+
 TEST(Detect, Refusals) {
   EXPECT_EQ(look("").error, "the file is empty");
   EXPECT_EQ(look("\xEF\xBB\xBF").error, "the file holds nothing but a byte-order mark");

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <set>
@@ -353,7 +354,9 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
       if (col.numbers == 0 || number < col.min) col.min = number;
       if (col.numbers == 0 || number > col.max) col.max = number;
       ++col.numbers;
-      if (number != static_cast<double>(static_cast<int64_t>(number)) ||
+      // A whole number may lie far beyond any integer type ("1e64", or 30
+      // digits written out): test it as a double, never by a cast.
+      if (!std::isfinite(number) || std::trunc(number) != number ||
           v.find_first_of(".eE") != std::string_view::npos)
         col.integers = false;
       if (looks_like_missing_code(v)) {
