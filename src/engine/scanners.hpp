@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "base/numparse.hpp"
+#include "base/numwide.hpp"
 #include "base/state.hpp"
 #include "engine/readbuf.hpp"
 #include "format/dataset.hpp"
@@ -138,8 +139,11 @@ namespace scan_detail {
 // begins with a digit or a sign that is not the missing-value character, and
 // its number ends before the buffer's zero byte. The full steps would find no
 // blank, no missing value and no word there, convert the same number and
-// keep it; every other field takes the full steps.
-inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+// keep it; every other field takes the full steps. Wide: the number is read
+// by the 16-byte window first (where it is built); otherwise by the padded
+// conversion alone. Both give strtod's value and end.
+template <bool Wide>
+inline char* scandbl_as(Run& run, char* pos, char* slot, int field, uint32_t& status) {
   const char* const buffer = run.rb.inbuff.get();
   if (reinterpret_cast<uintptr_t>(pos) - reinterpret_cast<uintptr_t>(buffer) <=
       static_cast<uintptr_t>(kReadSize - 80)) {
@@ -147,7 +151,7 @@ inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& statu
     if (c != run.set.mstring && (numparse_detail::isdig(c) || c == '-' || c == '+')) {
       double value;
       // The text lies in the read buffer, which keeps 4096 bytes after it.
-      const char* end = parse_double_padded(pos, &value);
+      const char* end = Wide ? parse_field(pos, &value) : parse_double_padded(pos, &value);
       if (end != pos && *end != '\0') {
         run.rb.cperr = pos;
         std::memcpy(slot, &value, 8);
@@ -157,6 +161,10 @@ inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& statu
     }
   }
   return scan_detail::scandbl_steps(run, pos, slot, field, status);
+}
+
+inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+  return scandbl_as<kWideNumbers>(run, pos, slot, field, status);
 }
 
 }  // namespace kolv

@@ -4,18 +4,26 @@
 //  - parse_double_padded against the C library's strtod (and parse_double):
 //    the same end and the same bit pattern, whatever bytes follow the text's
 //    zero byte, and never a read beyond the 8 bytes of padding after it;
+//  - parse_window16 (the 16-byte reading of the common field) and
+//    parse_field against strtod likewise, never reading past the 16 bytes
+//    of the window or the padding;
 //  - the 2-byte element conversion without the library's floor against
 //    floor(x + 0.5) itself;
 //  - packed_number, the in-place reading of a packed numeric field, against
 //    scandbltemp on the field's rebuilt text;
-//  - scandbl (its quick decision first) against scandbl's full steps: the
-//    same return position, slot, status, error position, character flags,
-//    buffer contents and refills, on fields placed anywhere in the read
-//    buffer, around the early-refill limit and across refills.
+//  - scandbl (its quick decision first, with the 16-byte window and with the
+//    portable conversion alone) against scandbl's full steps: the same
+//    return position, slot, status, error position, character flags, buffer
+//    contents and refills, on fields placed anywhere in the read buffer,
+//    around the early-refill limit and across refills, and at every position
+//    of the buffer.
 //
 // KOLV_DIFF_COUNT sets the number of texts for the parser (default 3,000,000;
 // the scanner takes a tenth of it); KOLV_DIFF_SEED varies the seeds.
 #include <gtest/gtest.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -32,6 +40,7 @@
 #include <vector>
 
 #include "base/numparse.hpp"
+#include "base/numwide.hpp"
 #include "base/state.hpp"
 #include "engine/elements.hpp"
 #include "engine/packed.hpp"
@@ -215,11 +224,14 @@ class PaddedBuffer {
   PaddedBuffer& operator=(const PaddedBuffer&) = delete;
   // The padding is drawn from digits, points and exponent letters, so that a
   // reader that looked past the zero byte would take them in.
-  const char* place(const std::string& text, Rng& r) {
-    char* p = base_ + 4 * page_ - 8 - (text.size() + 1);
+  const char* place(const std::string& text, Rng& r) { return place_within(text, 0, r); }
+  // The same with at least `window` readable bytes from the text's start
+  // (the 16-byte window), and not one more than that or the padding needs.
+  const char* place_within(const std::string& text, size_t window, Rng& r) {
+    const size_t readable = std::max(text.size() + 1 + 8, window);
+    char* p = base_ + 4 * page_ - readable;
     std::memcpy(p, text.c_str(), text.size() + 1);
-    for (int i = 0; i < 8; ++i)
-      p[text.size() + 1 + static_cast<size_t>(i)] = pick(r, "0123456789.eE+-");
+    for (size_t i = text.size() + 1; i < readable; ++i) p[i] = pick(r, "0123456789.eE+-");
     return p;
   }
 
@@ -303,6 +315,112 @@ TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
   }
   EXPECT_EQ(failures, 0u);
 }
+
+// ---- the 16-byte window ----------------------------------------------------
+
+#if KOLV_WIDE_NUMBERS
+
+TEST(ParseWindow16, TakesOnlyWhatItConvertsAsStrtodDoes) {
+  const uint64_t count = total_count();
+  Rng rng(base_seed() + 4);
+  PaddedBuffer buf;
+  uint64_t taken = 0, failures = 0;
+  for (uint64_t i = 0; i < count; ++i) {
+    const std::string text = generate(rng);
+    const char* p = buf.place_within(text, 16, rng);
+    char* libc_end;
+    const double libc = std::strtod(p, &libc_end);
+    double window = 0, field = 0;
+    const char* window_end = kolv::parse_window16(p, &window);
+    const char* field_end = kolv::parse_field(p, &field);
+    if (window_end != nullptr) ++taken;
+    const bool same =
+        (window_end == nullptr || (window_end == libc_end && std::bit_cast<uint64_t>(window) ==
+                                                                 std::bit_cast<uint64_t>(libc))) &&
+        field_end == libc_end && std::bit_cast<uint64_t>(field) == std::bit_cast<uint64_t>(libc);
+    if (!same && ++failures <= 10)
+      ADD_FAILURE() << "text #" << i << " \"" << shown(text) << "\": strtod ends at "
+                    << (libc_end - p) << " with " << std::hexfloat << libc << ", the window at "
+                    << (window_end == nullptr ? -1 : window_end - p) << " with " << window
+                    << ", parse_field at " << (field_end - p) << " with " << field;
+  }
+  std::printf("[ window parse ] %llu texts, %llu taken by the 16-byte window\n",
+              static_cast<unsigned long long>(count), static_cast<unsigned long long>(taken));
+  EXPECT_EQ(failures, 0u);
+  if (count >= 10000) {
+    EXPECT_GE(taken * 100, count * 20);
+  }
+}
+
+// Every sign, every length of the whole and fractional digits that fits the
+// window and some that do not, with every byte after them and the window's
+// last byte just before an inaccessible page.
+TEST(ParseWindow16, EveryRunLengthWithEveryFollowingByte) {
+  Rng rng(base_seed() + 5);
+  PaddedBuffer buf;
+  uint64_t failures = 0, taken = 0;
+  for (int sign = 0; sign < 3; ++sign) {
+    for (int whole = 0; whole <= 17; ++whole) {
+      for (int frac = -1; frac <= 17; ++frac) {
+        for (int c = 1; c < 256; ++c) {
+          std::string text = sign == 0 ? "" : sign == 1 ? "-" : "+";
+          add_digits(rng, text, whole);
+          if (frac >= 0) {
+            text += '.';
+            add_digits(rng, text, frac);
+          }
+          text += static_cast<char>(c);
+          const char* p = buf.place_within(text, 16, rng);
+          char* libc_end;
+          const double libc = std::strtod(p, &libc_end);
+          double v = 0;
+          const char* end = kolv::parse_window16(p, &v);
+          if (end == nullptr) continue;
+          ++taken;
+          if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
+              ++failures <= 10)
+            ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
+                          << ", the window at " << (end - p);
+        }
+      }
+    }
+  }
+  EXPECT_EQ(failures, 0u);
+  // Everything with at least one digit and an end inside the window, after
+  // any byte but an exponent letter or an "x", is taken.
+  EXPECT_GT(taken, 3u * 100 * 240);
+}
+
+TEST(ParseWindow16, RefusesWhatItMustLeave) {
+  const char* const refused[] = {"1234567890123456 ",
+                                 "-123456789.123456",
+                                 "1e5 ",
+                                 "1E+5 ",
+                                 "0x1A ",
+                                 "- ",
+                                 ". ",
+                                 "-. ",
+                                 " 5",
+                                 "inf ",
+                                 "+.e1"};
+  for (const char* t : refused) {
+    char window[32] = {};
+    std::memcpy(window, t, std::strlen(t));
+    double v;
+    EXPECT_EQ(kolv::parse_window16(window, &v), nullptr) << t;
+  }
+  char window[32] = {};
+  std::memcpy(window, "-0.000,", 7);
+  double v = 1;
+  ASSERT_EQ(kolv::parse_window16(window, &v), window + 6);
+  EXPECT_TRUE(std::signbit(v));
+  EXPECT_EQ(v, 0.0);
+  std::memcpy(window, "123456789012345 ", 16);
+  ASSERT_EQ(kolv::parse_window16(window, &v), window + 15);
+  EXPECT_EQ(v, 123456789012345.0);
+}
+
+#endif
 
 // ---- the 2-byte element ---------------------------------------------------
 
@@ -445,6 +563,17 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
 
 // ---- scandbl: the quick decision against the full steps ---------------------
 
+// The scanner tests make three runs (each with a 132 KiB read buffer) per
+// field: keep freed buffers in the heap instead of returning them to the
+// system each time, which made the tests spend most of their time faulting
+// pages in.
+void keep_freed_buffers() {
+#if defined(__GLIBC__)
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  mallopt(M_MMAP_THRESHOLD, 64 << 20);
+#endif
+}
+
 // One run reading the given bytes read_size at a time, with the buffer filled.
 struct ScanRun {
   kolv::Run run;
@@ -487,12 +616,30 @@ Outcome scan_with(ScanRun& s, long offset, int field, Scan scan) {
   s.run.rb.cperr = nullptr;
   char* next = scan(s.run, buffer + offset, slot, field, status);
   const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
+  return {static_cast<long>(next - buffer), std::string(slot, 8), status, cperr,
+          s.run.vars.vrec[static_cast<size_t>(field)],
+          // Without a refill the buffer holds what it held before the scan.
+          s.run.rb.fills == 0 ? std::string() : std::string(buffer), s.run.rb.theresmore,
+          s.run.rb.readbytes, s.run.rb.fills, std::ftell(s.in)};
+}
+
+// The same outcome without copying the buffer, for scans that refill nothing
+// (a refill shows in the count of fills and the input's position).
+template <class Scan>
+Outcome scan_light(ScanRun& s, long offset, Scan scan) {
+  char* buffer = s.run.rb.inbuff.get();
+  char slot[8];
+  std::memset(slot, 0x55, sizeof slot);
+  uint32_t status = 99;
+  s.run.rb.cperr = nullptr;
+  char* next = scan(s.run, buffer + offset, slot, 0, status);
+  const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
   return {static_cast<long>(next - buffer),
           std::string(slot, 8),
           status,
           cperr,
-          s.run.vars.vrec[static_cast<size_t>(field)],
-          std::string(buffer),
+          s.run.vars.vrec[0],
+          std::string(),
           s.run.rb.theresmore,
           s.run.rb.readbytes,
           s.run.rb.fills,
@@ -500,6 +647,7 @@ Outcome scan_with(ScanRun& s, long offset, int field, Scan scan) {
 }
 
 TEST(ScandblQuickDecision, SameAsTheFullSteps) {
+  keep_freed_buffers();
   const uint64_t count = total_count() / 10;
   Rng rng(base_seed() + 2);
   uint64_t failures = 0, quick = 0;
@@ -519,22 +667,71 @@ TEST(ScandblQuickDecision, SameAsTheFullSteps) {
     for (int k = 0; k < after; ++k) input += pick(rng, "0123456789 .,\n-e");
     const char mstring = pick(rng, ".-*9a");
     const int field_index = between(rng, 0, 3);
-    ScanRun a(input, read_size, mstring), b(input, read_size, mstring);
+    ScanRun a(input, read_size, mstring), b(input, read_size, mstring),
+        c(input, read_size, mstring);
     if (offset > static_cast<long>(std::strlen(a.run.rb.inbuff.get()))) continue;  // not buffered
-    const Outcome fast = scan_with(a, offset, field_index, kolv::scandbl);
+    const Outcome wide = scan_with(a, offset, field_index, kolv::scandbl_as<kolv::kWideNumbers>);
+    const Outcome portable = scan_with(c, offset, field_index, kolv::scandbl_as<false>);
     const Outcome full = scan_with(b, offset, field_index, kolv::scan_detail::scandbl_steps);
-    if (fast.fills == 0 && fast.status == 1 && fast.cperr == offset) ++quick;
-    if (!(fast == full) && ++failures <= 10)
+    if (wide.fills == 0 && wide.status == 1 && wide.cperr == offset) ++quick;
+    if ((!(wide == full) || !(portable == full)) && ++failures <= 10)
       ADD_FAILURE() << "field \"" << shown(field) << "\" at " << offset << " (read size "
                     << read_size << ", MSYM '" << mstring << "'): quick decision returns "
-                    << fast.next << " status " << fast.status << ", full steps " << full.next
-                    << " status " << full.status;
+                    << wide.next << " status " << wide.status << " (portable " << portable.next
+                    << " status " << portable.status << "), full steps " << full.next << " status "
+                    << full.status;
   }
   std::printf("[ scandbl      ] %llu fields, %llu converted in place\n",
               static_cast<unsigned long long>(count), static_cast<unsigned long long>(quick));
   EXPECT_EQ(failures, 0u);
   if (count >= 10000) {
     EXPECT_GE(quick * 100, count * 30);
+  }
+}
+
+// Every position of the read buffer: a field written into a full buffer at
+// each offset, scanned by the quick decision (both conversions) and by the
+// full steps. Fields that need no refill are written in place into one
+// buffer and restored after; in the last 200 bytes, where the early refill
+// and the read limit decide, every offset gets fresh runs, refills included.
+TEST(ScandblQuickDecision, SameAtEveryBufferPosition) {
+  keep_freed_buffers();
+  const char* const fields[] = {"-12345.678901 ",   "7,",      "0.5\n",
+                                "123456789012345 ", "-1.5e3 ", "1234567890123456 ",
+                                "+.25\t",           "9.",      "-x "};
+  std::string input(static_cast<size_t>(kolv::kReadSize) + 4096, ' ');
+  for (size_t i = 0; i < input.size(); i += 7) input[i] = '5';
+  for (const char* field : fields) {
+    const std::string f(field);
+    ScanRun a(input, kolv::kReadSize, '*'), b(input, kolv::kReadSize, '*'),
+        c(input, kolv::kReadSize, '*');
+    char* bufs[3] = {a.run.rb.inbuff.get(), b.run.rb.inbuff.get(), c.run.rb.inbuff.get()};
+    uint64_t failures = 0;
+    const long in_place_limit = kolv::kReadSize - 200;
+    for (long offset = 0; offset < kolv::kReadSize; ++offset) {
+      Outcome wide{}, portable{}, full{};
+      if (offset < in_place_limit) {
+        std::string saved(bufs[0] + offset, f.size());
+        for (char* buf : bufs) std::memcpy(buf + offset, f.data(), f.size());
+        wide = scan_light(a, offset, kolv::scandbl_as<kolv::kWideNumbers>);
+        portable = scan_light(c, offset, kolv::scandbl_as<false>);
+        full = scan_light(b, offset, kolv::scan_detail::scandbl_steps);
+        for (char* buf : bufs) std::memcpy(buf + offset, saved.data(), f.size());
+      } else {
+        std::string text = input;
+        text.replace(static_cast<size_t>(offset), f.size(), f);
+        ScanRun x(text, kolv::kReadSize, '*'), y(text, kolv::kReadSize, '*'),
+            z(text, kolv::kReadSize, '*');
+        wide = scan_with(x, offset, 0, kolv::scandbl_as<kolv::kWideNumbers>);
+        portable = scan_with(z, offset, 0, kolv::scandbl_as<false>);
+        full = scan_with(y, offset, 0, kolv::scan_detail::scandbl_steps);
+      }
+      if ((!(wide == full) || !(portable == full)) && ++failures <= 5)
+        ADD_FAILURE() << "field \"" << shown(f) << "\" at " << offset << ": quick decision "
+                      << wide.next << " (portable " << portable.next << "), full steps "
+                      << full.next;
+    }
+    EXPECT_EQ(failures, 0u) << shown(f);
   }
 }
 
