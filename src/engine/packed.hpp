@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "base/numwide.hpp"
 #include "base/state.hpp"
 
 namespace kolv {
@@ -67,9 +68,18 @@ void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& s
 // character. Gives the number that scandbltemp reads from the field's rebuilt
 // text (blanks, sign, digits, a point and the last `decimals` digits) and
 // returns true; returns false for every other field, which must take the
-// rebuilt text. Reads eight bytes at a time: at least 8 readable bytes must
-// follow the field (the read buffer keeps 4096 after its text).
-bool packed_number(const char* field, int64_t width, int decimals, char mstring, double* out);
+// rebuilt text. Wide: a field of at most 16 bytes is read in one 16-byte
+// load (where that is built), others eight bytes at a time; at least 16
+// readable bytes must follow the field's start and 8 its end (the read
+// buffer keeps 4096 after its text). Both readings decide the same fields
+// with the same values.
+template <bool Wide>
+bool packed_number_as(const char* field, int64_t width, int decimals, char mstring, double* out);
+
+inline bool packed_number(const char* field, int64_t width, int decimals, char mstring,
+                          double* out) {
+  return packed_number_as<kWideNumbers>(field, width, decimals, mstring, out);
+}
 
 // loopfmt with the buffer filled at most `buffer_bytes` at a time, rounded
 // down to whole records (one record when it is longer). loopfmt itself uses

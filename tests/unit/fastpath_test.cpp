@@ -9,8 +9,9 @@
 //    of the window or the padding;
 //  - the 2-byte element conversion without the library's floor against
 //    floor(x + 0.5) itself;
-//  - packed_number, the in-place reading of a packed numeric field, against
-//    scandbltemp on the field's rebuilt text;
+//  - packed_number, the in-place reading of a packed numeric field (by the
+//    16-byte window and by the word reader), against scandbltemp on the
+//    field's rebuilt text;
 //  - scandbl (its quick decision first, with the 16-byte window and with the
 //    portable conversion alone) against scandbl's full steps: the same
 //    return position, slot, status, error position, character flags, buffer
@@ -537,8 +538,19 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
     std::memcpy(buffer.data(), field.data(), field.size());
     for (size_t k = field.size(); k < field.size() + 16; ++k)
       buffer[k] = pick(rng, "0123456789 .-");
-    double number = 0;
-    if (!kolv::packed_number(buffer.data(), width, decimals, mstring, &number)) continue;
+    double number = 0, by_words = 0;
+    const bool taken = kolv::packed_number_as<kolv::kWideNumbers>(buffer.data(), width, decimals,
+                                                                  mstring, &number);
+    const bool taken_by_words =
+        kolv::packed_number_as<false>(buffer.data(), width, decimals, mstring, &by_words);
+    if ((taken != taken_by_words ||
+         (taken && std::bit_cast<uint64_t>(number) != std::bit_cast<uint64_t>(by_words))) &&
+        ++failures <= 10)
+      ADD_FAILURE() << "field \"" << shown(field) << "\" (" << decimals << " decimals): the window "
+                    << (taken ? "takes" : "leaves") << " it with " << std::hexfloat << number
+                    << ", the word reader " << (taken_by_words ? "takes" : "leaves") << " it with "
+                    << by_words;
+    if (!taken) continue;
     ++in_place;
     run.set.mstring = mstring;
     const std::string text = rebuilt(field, decimals);
