@@ -658,6 +658,13 @@ Outcome scan_light(ScanRun& s, long offset, Scan scan) {
           std::ftell(s.in)};
 }
 
+TEST(ScandblQuickDecision, StartsNumberIsExactlyADigitOrASign) {
+  for (int c = 0; c < 256; ++c) {
+    const bool want = (c >= '0' && c <= '9') || c == '-' || c == '+';
+    EXPECT_EQ(kolv::starts_number(static_cast<char>(c)), want) << "byte " << c;
+  }
+}
+
 TEST(ScandblQuickDecision, SameAsTheFullSteps) {
   keep_freed_buffers();
   const uint64_t count = total_count() / 10;
