@@ -1,5 +1,6 @@
 #include "values.hpp"
 
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -182,25 +183,30 @@ char* shortest_double(double value, char* to) {
   double digits = (magnitude * kPow10[places] + kTwo52) - kTwo52;
   if (!(digits >= 1e14 && digits < 1e15) || digits / kPow10[places] != magnitude) return nullptr;
   auto n = static_cast<uint64_t>(digits);
-  char text[16];
+  // The 15 digits, then room for the fixed 16-byte copies below.
+  char text[32] = {};
   put15(n, text);
   // Trailing zeros, eight digits at a time: the last digit is the highest
-  // byte of a little-endian load.
+  // byte of a little-endian load. Counted without a branch (how many digits
+  // a value has varies from value to value): 8 when the last eight are
+  // zeros, then the zeros among digits 0-6.
   uint64_t tail;
   std::memcpy(&tail, text + 7, sizeof tail);
-  tail ^= 0x3030303030303030ULL;
-  int zeros = tail == 0 ? 8 : __builtin_clzll(tail) / 8;
-  if (zeros == 8) {
-    uint64_t head;
-    std::memcpy(&head, text, sizeof head);  // digits 0-7; digit 7 counted already
-    head = (head ^ 0x3030303030303030ULL) & 0x00FFFFFFFFFFFFFFULL;
-    zeros += head == 0 ? 7 : __builtin_clzll(head) / 8 - 1;
-  }
+  const int tail_zeros = std::countl_zero(tail ^ 0x3030303030303030ULL) / 8;
+  uint64_t head;
+  std::memcpy(&head, text, sizeof head);  // digits 0-7; digit 7 counted already
+  head = (head ^ 0x3030303030303030ULL) & 0x00FFFFFFFFFFFFFFULL;
+  const int head_zeros = std::countl_zero(head) / 8 - 1;
+  const int zeros = tail_zeros + (tail_zeros == 8 ? head_zeros : 0);
   const int fraction = places < zeros ? 0 : places - zeros;  // digits after the point
   const int count = 15 - (places - fraction);
-  if (value < 0) *to++ = '-';
+  // The sign, the digits and the point by copies of a fixed size (the cell
+  // has room for them) and moves of the end: no branch on the sign or on
+  // the lengths.
+  *to = '-';
+  to += value < 0;
   if (fraction == 0) {
-    std::memcpy(to, text, static_cast<size_t>(count));
+    std::memcpy(to, text, 16);
     return to + count;
   }
   if (fraction >= count) {  // 0.000ddd
@@ -211,10 +217,10 @@ char* shortest_double(double value, char* to) {
     std::memcpy(to, text, static_cast<size_t>(count));
     return to + count;
   }
-  std::memcpy(to, text, static_cast<size_t>(count - fraction));
+  std::memcpy(to, text, 16);
   to += count - fraction;
   *to++ = '.';
-  std::memcpy(to, text + count - fraction, static_cast<size_t>(fraction));
+  std::memcpy(to, text + count - fraction, 16);
   return to + fraction;
 }
 
