@@ -192,13 +192,15 @@ char* shortest_double(double value, char* to) {
   // zeros, then the zeros among digits 0-6.
   uint64_t tail;
   std::memcpy(&tail, text + 7, sizeof tail);
-  const int tail_zeros = std::countl_zero(tail ^ 0x3030303030303030ULL) / 8;
+  tail ^= 0x3030303030303030ULL;
+  // (x | 1 is never zero, so its count needs no test; a zero x adds one.)
+  const int tail_zeros = (std::countl_zero(tail | 1) + (tail == 0)) / 8;
   uint64_t head;
   std::memcpy(&head, text, sizeof head);  // digits 0-7; digit 7 counted already
   head = (head ^ 0x3030303030303030ULL) & 0x00FFFFFFFFFFFFFFULL;
-  const int head_zeros = std::countl_zero(head) / 8 - 1;
-  const int zeros = tail_zeros + (tail_zeros == 8 ? head_zeros : 0);
-  const int fraction = places < zeros ? 0 : places - zeros;  // digits after the point
+  const int head_zeros = (std::countl_zero(head | 1) + (head == 0)) / 8 - 1;
+  const int zeros = tail_zeros + (tail_zeros >> 3) * head_zeros;  // (tail_zeros >> 3: 1 for 8)
+  const int fraction = places < zeros ? 0 : places - zeros;       // digits after the point
   const int count = 15 - (places - fraction);
   // The sign, the digits and the point by copies of a fixed size (the cell
   // has room for them) and moves of the end: no branch on the sign or on
