@@ -5,6 +5,7 @@
 // refilled, so older pointers into it are void.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -48,7 +49,12 @@ inline char peek_after_missing(ReadBuffer& rb, char*& p) {
   return p[1];
 }
 
-inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+namespace scan_detail {
+
+// Every step of scanstr: the missing value, then the bytes up to a
+// terminator, the first 8 kept, refilling where the text ends and more
+// follows.
+inline char* scanstr_steps(Run& run, char* pos, char* slot, int field, uint32_t& status) {
   ReadBuffer& rb = run.rb;
   const int variable = field / run.set.cplx;
   std::memset(slot, 0, 8);
@@ -74,6 +80,60 @@ inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& statu
     }
   }
   return pos;
+}
+
+}  // namespace scan_detail
+
+#if KOLV_WIDE_NUMBERS
+namespace scan_detail {
+
+// Bit i set when byte i of the 16 at p ends a field: NUL, TAB, LF, CR,
+// space or comma.
+inline uint32_t terminators16(const char* p) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i t = _mm_or_si128(
+      _mm_or_si128(_mm_cmpeq_epi8(v, _mm_setzero_si128()), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))),
+      _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')),
+                                _mm_cmpeq_epi8(v, _mm_set1_epi8('\r'))),
+                   _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')),
+                                _mm_cmpeq_epi8(v, _mm_set1_epi8(',')))));
+  return static_cast<uint32_t>(_mm_movemask_epi8(t));
+}
+
+}  // namespace scan_detail
+#endif
+
+// A character field. Wide: a field that is not a missing value and ends
+// within 16 bytes at a terminator other than the text's zero byte is taken
+// in one step (its steps would copy the same bytes, refill nothing and stop
+// at the same terminator); every other field takes the steps.
+template <bool Wide>
+inline char* scanstr_as(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+#if KOLV_WIDE_NUMBERS
+  if constexpr (Wide) {
+    const char c = *pos;
+    const uint32_t ends = c == '.' || c == run.set.mstring ? 0 : scan_detail::terminators16(pos);
+    if (ends != 0) {
+      const int t = std::countr_zero(ends);
+      if (pos[t] != '\0') {
+        const int variable = field / run.set.cplx;
+        mark_character(run.vars, variable, 1);
+        if (t > 8) mark_character(run.vars, variable, 255);
+        // The read buffer keeps 4096 bytes after its text: 8 may be loaded.
+        uint64_t bytes = numparse_detail::load8(pos);
+        if (t < 8) bytes &= (uint64_t{1} << (8 * t)) - 1;
+        std::memcpy(slot, &bytes, 8);
+        status = 1;
+        return pos + t;
+      }
+    }
+  }
+#endif
+  return scan_detail::scanstr_steps(run, pos, slot, field, status);
+}
+
+inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+  return scanstr_as<kWideNumbers>(run, pos, slot, field, status);
 }
 
 // A digit or a sign: the bytes '+' (0x2B), '-' (0x2D) and '0' to '9' (0x30 to

@@ -754,4 +754,44 @@ TEST(ScandblQuickDecision, SameAtEveryBufferPosition) {
   }
 }
 
+// ---- scanstr: the one-step field against the steps ------------------------
+
+std::string word(Rng& r) {
+  std::string w;
+  const int k = between(r, 0, 9);
+  if (k == 0) return std::string(1, pick(r, ".-*9a"));  // a missing value, or not
+  const int n = between(r, 0, 20);
+  for (int i = 0; i < n; ++i)
+    w += chance(r, 90) ? pick(r, "abcdefXYZ_0123456789-.+") : static_cast<char>(between(r, 1, 255));
+  return w;
+}
+
+TEST(ScanstrOneStep, SameAsTheSteps) {
+  keep_freed_buffers();
+  const uint64_t count = total_count() / 10;
+  Rng rng(base_seed() + 6);
+  uint64_t failures = 0;
+  for (uint64_t i = 0; i < count; ++i) {
+    const int read_size = chance(rng, 50) ? kolv::kReadSize : between(rng, 4, 48);
+    const long offset = between(rng, 0, std::min(40, read_size - 1));
+    std::string input(static_cast<size_t>(offset), 'x');
+    const std::string field = word(rng);
+    input += field;
+    const int after = between(rng, 0, 30);
+    for (int k = 0; k < after; ++k) input += pick(rng, "ab \t\r\n,.-9");
+    const char mstring = pick(rng, ".-*9a");
+    const int field_index = between(rng, 0, 3);
+    ScanRun a(input, read_size, mstring), b(input, read_size, mstring);
+    if (offset > static_cast<long>(std::strlen(a.run.rb.inbuff.get()))) continue;  // not buffered
+    const Outcome one = scan_with(a, offset, field_index, kolv::scanstr_as<kolv::kWideNumbers>);
+    const Outcome steps = scan_with(b, offset, field_index, kolv::scan_detail::scanstr_steps);
+    if (!(one == steps) && ++failures <= 10)
+      ADD_FAILURE() << "field \"" << shown(field) << "\" at " << offset << " (read size "
+                    << read_size << ", MSYM '" << mstring << "'): one step returns " << one.next
+                    << " flag " << one.vrec << ", the steps " << steps.next << " flag "
+                    << steps.vrec;
+  }
+  EXPECT_EQ(failures, 0u);
+}
+
 }  // namespace
