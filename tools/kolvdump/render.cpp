@@ -206,6 +206,14 @@ void write_text_rows(const DataSet& ds, const TextLayout& layout, const uint8_t*
       p = put_spaces(p, 2);
       if (character) {
         p = put_spaces(put_bytes(p, text), fill);
+      } else if (fill <= 32 && text.size() <= 32) {
+        // A number, right-aligned by copies of a fixed size: the line's room
+        // holds a cell's room beyond every cell, and the cell buffer at least
+        // 32 bytes; lengths that vary from value to value cost no branch.
+        std::memset(p, ' ', 32);
+        p += fill;
+        std::memcpy(p, cell.data(), 32);
+        p += text.size();
       } else {
         p = put_bytes(put_spaces(p, fill), text);
       }
