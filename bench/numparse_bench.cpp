@@ -1,5 +1,6 @@
-// Number conversion in ns per field: parse_double and parse_double_padded
-// against strtod and a bare std::from_chars, on the same in-memory corpora.
+// Number conversion in ns per field: parse_double, parse_double_padded and
+// parse_field (the 16-byte window first) against strtod and a bare
+// std::from_chars, on the same in-memory corpora.
 #include <benchmark/benchmark.h>
 
 #include <charconv>
@@ -10,12 +11,14 @@
 #include <string>
 
 #include "base/numparse.hpp"
+#include "base/numwide.hpp"
 
 namespace {
 
 struct Corpus {
-  // Fields separated by one comma, ended by a zero byte and 8 more bytes of
-  // padding (for parse_double_padded); `length` excludes them.
+  // Fields separated by one comma, ended by a zero byte and 16 more bytes of
+  // padding (for parse_double_padded and the window of parse_field);
+  // `length` excludes them.
   std::string text;
   size_t length = 0;
   size_t fields = 0;
@@ -23,7 +26,7 @@ struct Corpus {
 
 Corpus padded(Corpus c) {
   c.length = c.text.size();
-  c.text.append(9, '\0');
+  c.text.append(17, '\0');
   return c;
 }
 
@@ -102,6 +105,10 @@ const char* with_parse_double_padded(const char* p, const char*, double* v) {
   return kolv::parse_double_padded(p, v);
 }
 
+const char* with_parse_field(const char* p, const char*, double* v) {
+  return kolv::parse_field(p, v);
+}
+
 const char* with_strtod(const char* p, const char*, double* v) {
   char* e;
   *v = std::strtod(p, &e);
@@ -118,6 +125,9 @@ void BM_SixPlaces_parse_double(benchmark::State& s) {
 void BM_SixPlaces_parse_double_padded(benchmark::State& s) {
   run(s, six_places(), with_parse_double_padded);
 }
+void BM_SixPlaces_parse_field(benchmark::State& s) {
+  run(s, six_places(), with_parse_field);
+}
 void BM_SixPlaces_strtod(benchmark::State& s) {
   run(s, six_places(), with_strtod);
 }
@@ -130,6 +140,9 @@ void BM_LongForms_parse_double(benchmark::State& s) {
 void BM_LongForms_parse_double_padded(benchmark::State& s) {
   run(s, long_forms(), with_parse_double_padded);
 }
+void BM_LongForms_parse_field(benchmark::State& s) {
+  run(s, long_forms(), with_parse_field);
+}
 void BM_LongForms_strtod(benchmark::State& s) {
   run(s, long_forms(), with_strtod);
 }
@@ -139,10 +152,12 @@ void BM_LongForms_from_chars(benchmark::State& s) {
 
 BENCHMARK(BM_SixPlaces_parse_double);
 BENCHMARK(BM_SixPlaces_parse_double_padded);
+BENCHMARK(BM_SixPlaces_parse_field);
 BENCHMARK(BM_SixPlaces_strtod);
 BENCHMARK(BM_SixPlaces_from_chars);
 BENCHMARK(BM_LongForms_parse_double);
 BENCHMARK(BM_LongForms_parse_double_padded);
+BENCHMARK(BM_LongForms_parse_field);
 BENCHMARK(BM_LongForms_strtod);
 BENCHMARK(BM_LongForms_from_chars);
 
