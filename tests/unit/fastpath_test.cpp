@@ -208,6 +208,19 @@ std::string shown(const std::string& text) {
   return s;
 }
 
+// The end of a generated run: what it covered, no failures, and (for a run
+// large enough to tell) at least `percent` of its cases on the path under
+// test, so that a generator that stops producing them is noticed.
+void expect_covered(const char* tag, uint64_t count, const char* cases, uint64_t hits,
+                    const char* path, uint64_t failures, int percent) {
+  std::printf("[ %-12s ] %llu %s, %llu %s\n", tag, static_cast<unsigned long long>(count), cases,
+              static_cast<unsigned long long>(hits), path);
+  EXPECT_EQ(failures, 0u);
+  if (count >= 10000) {
+    EXPECT_GE(hits * 100, count * static_cast<uint64_t>(percent)) << tag;
+  }
+}
+
 // Places each text so that exactly 8 readable bytes follow its zero byte, the
 // padding parse_double_padded may read; the page after them is inaccessible.
 class PaddedBuffer {
@@ -286,13 +299,14 @@ TEST(ParseDoublePadded, SameEndAndBitsAsStrtod) {
 }
 
 // Every digit-run length before and after the point, with every byte after it.
-TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
-  Rng rng(base_seed() + 1);
-  PaddedBuffer buf;
-  uint64_t failures = 0;
+// Calls f with every sign, every count of whole digits and of fractional
+// digits (no point, or a point and 0 to `most` digits) up to `most`, and
+// every byte from 1 to 255 after them.
+template <class F>
+void each_run_with_each_byte(Rng& rng, int most, F f) {
   for (int sign = 0; sign < 3; ++sign) {
-    for (int whole = 0; whole <= 18; ++whole) {
-      for (int frac = -1; frac <= 18; ++frac) {
+    for (int whole = 0; whole <= most; ++whole) {
+      for (int frac = -1; frac <= most; ++frac) {
         for (int c = 1; c < 256; ++c) {
           std::string text = sign == 0 ? "" : sign == 1 ? "-" : "+";
           add_digits(rng, text, whole);
@@ -301,19 +315,28 @@ TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
             add_digits(rng, text, frac);
           }
           text += static_cast<char>(c);
-          const char* p = buf.place(text, rng);
-          char* libc_end;
-          const double libc = std::strtod(p, &libc_end);
-          double v = 0;
-          const char* end = kolv::parse_double_padded(p, &v);
-          if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
-              ++failures <= 10)
-            ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
-                          << ", parse_double_padded at " << (end - p);
+          f(text);
         }
       }
     }
   }
+}
+
+TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
+  Rng rng(base_seed() + 1);
+  PaddedBuffer buf;
+  uint64_t failures = 0;
+  each_run_with_each_byte(rng, 18, [&](const std::string& text) {
+    const char* p = buf.place(text, rng);
+    char* libc_end;
+    const double libc = std::strtod(p, &libc_end);
+    double v = 0;
+    const char* end = kolv::parse_double_padded(p, &v);
+    if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
+        ++failures <= 10)
+      ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
+                    << ", parse_double_padded at " << (end - p);
+  });
   EXPECT_EQ(failures, 0u);
 }
 
@@ -345,12 +368,8 @@ TEST(ParseWindow16, TakesOnlyWhatItConvertsAsStrtodDoes) {
                     << (window_end == nullptr ? -1 : window_end - p) << " with " << window
                     << ", parse_field at " << (field_end - p) << " with " << field;
   }
-  std::printf("[ window parse ] %llu texts, %llu taken by the 16-byte window\n",
-              static_cast<unsigned long long>(count), static_cast<unsigned long long>(taken));
-  EXPECT_EQ(failures, 0u);
-  if (count >= 10000) {
-    EXPECT_GE(taken * 100, count * 20);
-  }
+  expect_covered("window parse", count, "texts", taken, "taken by the 16-byte window", failures,
+                 20);
 }
 
 // Every sign, every length of the whole and fractional digits that fits the
@@ -360,32 +379,19 @@ TEST(ParseWindow16, EveryRunLengthWithEveryFollowingByte) {
   Rng rng(base_seed() + 5);
   PaddedBuffer buf;
   uint64_t failures = 0, taken = 0;
-  for (int sign = 0; sign < 3; ++sign) {
-    for (int whole = 0; whole <= 17; ++whole) {
-      for (int frac = -1; frac <= 17; ++frac) {
-        for (int c = 1; c < 256; ++c) {
-          std::string text = sign == 0 ? "" : sign == 1 ? "-" : "+";
-          add_digits(rng, text, whole);
-          if (frac >= 0) {
-            text += '.';
-            add_digits(rng, text, frac);
-          }
-          text += static_cast<char>(c);
-          const char* p = buf.place_within(text, 16, rng);
-          char* libc_end;
-          const double libc = std::strtod(p, &libc_end);
-          double v = 0;
-          const char* end = kolv::parse_window16(p, &v);
-          if (end == nullptr) continue;
-          ++taken;
-          if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
-              ++failures <= 10)
-            ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
-                          << ", the window at " << (end - p);
-        }
-      }
-    }
-  }
+  each_run_with_each_byte(rng, 17, [&](const std::string& text) {
+    const char* p = buf.place_within(text, 16, rng);
+    char* libc_end;
+    const double libc = std::strtod(p, &libc_end);
+    double v = 0;
+    const char* end = kolv::parse_window16(p, &v);
+    if (end == nullptr) return;
+    ++taken;
+    if ((std::bit_cast<uint64_t>(libc) != std::bit_cast<uint64_t>(v) || libc_end != end) &&
+        ++failures <= 10)
+      ADD_FAILURE() << "\"" << shown(text) << "\": strtod ends at " << (libc_end - p)
+                    << ", the window at " << (end - p);
+  });
   EXPECT_EQ(failures, 0u);
   // Everything with at least one digit and an end inside the window, after
   // any byte but an exponent letter or an "x", is taken.
@@ -565,12 +571,7 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
                     << ", from the rebuilt text status " << status << " with "
                     << std::bit_cast<double>(want);
   }
-  std::printf("[ packed       ] %llu fields, %llu read in place\n",
-              static_cast<unsigned long long>(count), static_cast<unsigned long long>(in_place));
-  EXPECT_EQ(failures, 0u);
-  if (count >= 10000) {
-    EXPECT_GE(in_place * 100, count * 20);
-  }
+  expect_covered("packed", count, "fields", in_place, "read in place", failures, 20);
 }
 
 // ---- scandbl: the quick decision against the full steps ---------------------
@@ -700,12 +701,7 @@ TEST(ScandblQuickDecision, SameAsTheFullSteps) {
                     << " status " << portable.status << "), full steps " << full.next << " status "
                     << full.status;
   }
-  std::printf("[ scandbl      ] %llu fields, %llu converted in place\n",
-              static_cast<unsigned long long>(count), static_cast<unsigned long long>(quick));
-  EXPECT_EQ(failures, 0u);
-  if (count >= 10000) {
-    EXPECT_GE(quick * 100, count * 30);
-  }
+  expect_covered("scandbl", count, "fields", quick, "converted in place", failures, 30);
 }
 
 // Every position of the read buffer: a field written into a full buffer at
