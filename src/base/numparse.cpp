@@ -143,41 +143,9 @@ bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t expon
                 : product<true>(w, exponent + dropped, neg, out);
 }
 
-bool parse_long_mantissa_padded(const char* digits, const char* mant_end, int64_t exponent,
-                                bool neg, double* out) {
-  constexpr uint64_t kZeros = 0x3030303030303030ULL;
-  const char* s = digits;
-  while (s < mant_end && (*s == '0' || *s == '.')) ++s;  // leading zeros carry no digit
-  const void* dot = std::memchr(s, '.', static_cast<size_t>(mant_end - s));
-  const char* point = dot != nullptr ? static_cast<const char*>(dot) : mant_end;
-  // The significant digits stand in two runs, before and after the point.
-  const char* run_start[2] = {s, point < mant_end ? point + 1 : mant_end};
-  const char* run_end[2] = {point, mant_end};
-  uint64_t w = 0;
-  int taken = 0;
-  int64_t dropped = 0;
-  bool sticky = false;
-  for (int r = 0; r < 2; ++r) {
-    const char* p = run_start[r];
-    const char* e = run_end[r];
-    while (taken < 19 && p < e) {
-      const int n = static_cast<int>(std::min<int64_t>({e - p, 19 - taken, 8}));
-      const uint64_t x = load8(p) ^ kZeros;
-      w = w * kPow10Int[n] + eight_digits(n == 8 ? x : x << (64 - 8 * n));
-      p += n;
-      taken += n;
-    }
-    // The digits after the first 19: how many (they scale w) and whether any
-    // is not a zero (then the number lies strictly between w and w + 1 units).
-    dropped += e - p;
-    for (; p < e; p += 8) {
-      const int64_t n = std::min<int64_t>(e - p, 8);
-      const uint64_t x = load8(p) ^ kZeros;
-      sticky |= (n == 8 ? x : x << (64 - 8 * n)) != 0;
-    }
-  }
-  return sticky ? product<false>(w, exponent + dropped, neg, out)
-                : product<true>(w, exponent + dropped, neg, out);
+bool parse_significant(const Significant& st, int64_t exponent, bool neg, double* out) {
+  return st.sticky ? product<false>(st.w, exponent + st.dropped, neg, out)
+                   : product<true>(st.w, exponent + st.dropped, neg, out);
 }
 
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out) {

@@ -91,6 +91,61 @@ inline const char* read_digits(const char* s, uint64_t& mant) {
   }
 }
 
+// The first 19 significant digits of a digit string as it is read eight
+// bytes at a time, and what follows them: how many digits (they scale w)
+// and whether any of them is not a zero. Leading zeros are not significant.
+struct Significant {
+  uint64_t w = 0;
+  int taken = 0;
+  int64_t dropped = 0;
+  bool sticky = false;
+};
+
+// Adds a chunk of n digits (1 to 8) whose value is v; aligned holds them in
+// its top n bytes (digit values, the first the lowest of them).
+inline void add_chunk(Significant& st, uint64_t v, int n, uint64_t aligned) {
+  int sig = n;
+  if (st.w == 0) {
+    // Before the first significant digit: the chunk's leading zeros do not count.
+    if (v == 0) return;
+    sig = n - ((std::countr_zero(aligned) >> 3) - (8 - n));
+  }
+  if (st.taken + sig <= 19) {
+    st.w = st.w * kPow10Int[sig] + v;
+    st.taken += sig;
+    return;
+  }
+  const int keep = 19 - st.taken;  // 0 to 7
+  const int drop = sig - keep;     // 1 to 8
+  const uint64_t top = v / kPow10Int[drop];
+  st.w = st.w * kPow10Int[keep] + top;
+  st.taken = 19;
+  st.dropped += drop;
+  st.sticky |= v != top * kPow10Int[drop];
+}
+
+// read_digits<true> that also keeps the significant digits.
+inline const char* read_digits_significant(const char* s, uint64_t& mant, Significant& st) {
+  for (;;) {
+    const uint64_t x = load8(s) ^ 0x3030303030303030ULL;
+    const uint64_t stops = nondigit_bytes(x);
+    const int n = stops == 0 ? 8 : std::countr_zero(stops) >> 3;
+    if (n != 0) {
+      const uint64_t aligned = n == 8 ? x : x << (64 - 8 * n);
+      const uint64_t v = eight_digits(aligned);
+      mant = mant * kPow10Int[n] + v;
+      add_chunk(st, v, n, aligned);
+    }
+    s += n;
+    if (n < 8) return s;
+  }
+}
+
+// The correctly rounded double nearest the number whose first 19
+// significant digits are st.w, followed by st.dropped more (not all zeros
+// when st.sticky), times 10^exponent; false when the product cannot decide.
+bool parse_significant(const Significant& st, int64_t exponent, bool neg, double* out);
+
 // A decimal of known extent [num, end) that the fast path cannot convert
 // exactly: from_chars, or strtod from p when from_chars refuses it.
 const char* parse_decimal_slow(const char* p, const char* num, const char* end, double* out);
@@ -108,11 +163,6 @@ bool parse_exact_product(uint64_t w, int64_t q, bool neg, double* out);
 // w + 1 round to the same double.
 bool parse_long_mantissa(const char* digits, const char* mant_end, int64_t exponent, bool neg,
                          double* out);
-
-// The same, reading the digits eight bytes at a time: at least 8 readable
-// bytes must follow mant_end.
-bool parse_long_mantissa_padded(const char* digits, const char* mant_end, int64_t exponent,
-                                bool neg, double* out);
 
 // Anything that is not a plain decimal (white space, inf, nan, hexadecimal,
 // no digits at all): strtod decides.
@@ -135,12 +185,21 @@ inline const char* parse_double_as(const char* p, double* out) {
 
   const char* digits = s;
   uint64_t mant = 0;  // wraps past 19 digits; then it is not used
-  s = read_digits<Padded>(s, mant);
+  Significant st;     // padded: the first 19 significant digits, kept as they are read
+  if constexpr (Padded) {
+    s = read_digits_significant(s, mant, st);
+  } else {
+    s = read_digits<Padded>(s, mant);
+  }
   int64_t ndigits = s - digits;
   int64_t exponent = 0;
   if (*s == '.') {
     const char* frac = ++s;
-    s = read_digits<Padded>(s, mant);
+    if constexpr (Padded) {
+      s = read_digits_significant(s, mant, st);
+    } else {
+      s = read_digits<Padded>(s, mant);
+    }
     exponent = -(s - frac);
     ndigits += s - frac;
   }
@@ -169,7 +228,7 @@ inline const char* parse_double_as(const char* p, double* out) {
     return s;
   }
   if (ndigits <= 19 ? parse_exact_product(mant, exponent, neg, out)
-      : Padded      ? parse_long_mantissa_padded(digits, mant_end, exponent, neg, out)
+      : Padded      ? parse_significant(st, exponent, neg, out)
                     : parse_long_mantissa(digits, mant_end, exponent, neg, out))
     return s;
   return parse_decimal_slow(p, num, s, out);
