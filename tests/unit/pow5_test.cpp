@@ -16,6 +16,18 @@
 
 namespace {
 
+// A small generator of 64-bit words (xorshift), so that every run draws the
+// same numbers.
+struct XorShift {
+  uint64_t state;
+  uint64_t operator()() {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    return state;
+  }
+};
+
 using kolv::numparse_detail::kPow5;
 using kolv::numparse_detail::kPow5ExactMax;
 using kolv::numparse_detail::kPow5Max;
@@ -163,13 +175,7 @@ TEST(ExactProduct, KnownValues) {
 // decides, it agrees with strtod, and it decides nearly always (the method's
 // point: the fallback is rare).
 TEST(ExactProduct, AgreesWithStrtodAndDecidesNearlyAlways) {
-  uint64_t state = 0x9E3779B97F4A7C15ULL;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 7;
-    state ^= state << 17;
-    return state;
-  };
+  XorShift next{0x9E3779B97F4A7C15ULL};
   int decided = 0;
   const int count = 200000;
   for (int i = 0; i < count; ++i) {
@@ -198,13 +204,7 @@ TEST(LongMantissa, FirstNineteenDigitsDecide) {
 // range: the one product with its wider error bound decides nearly always,
 // and always as strtod does.
 TEST(LongMantissa, DecidesNearlyAlwaysAndAsStrtod) {
-  uint64_t state = 0x2545F4914F6CDD1DULL;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 7;
-    state ^= state << 17;
-    return state;
-  };
+  XorShift next{0x2545F4914F6CDD1DULL};
   int decided = 0;
   const int count = 100000;
   for (int i = 0; i < count; ++i) {
@@ -243,13 +243,7 @@ TEST(LongMantissa, DecidesNearlyAlwaysAndAsStrtod) {
 // digits, the padded conversion (which keeps the first 19 significant digits
 // as it reads) gives strtod's double.
 TEST(LongMantissa, LeadingZerosAreNotSignificant) {
-  uint64_t state = 0x9E3779B97F4A7C15ULL;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 7;
-    state ^= state << 17;
-    return state;
-  };
+  XorShift next{0xD1B54A32D192ED03ULL};
   for (int i = 0; i < 200000; ++i) {
     std::string text = next() % 2 ? "-" : "";
     const int zeros = static_cast<int>(next() % 31);
