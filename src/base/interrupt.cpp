@@ -12,6 +12,25 @@ namespace kolv {
 
 namespace {
 
+// Repeats a positional read or write (io(at) moves the bytes from offset at
+// on) from `done` until `size` bytes are done, the call fails or it moves
+// nothing (the end of the file); returns how far it got. It makes no other
+// call, so the signal handler may use it.
+template <class Io>
+size_t repeat_io(size_t done, size_t size, Io io) {
+  while (done < size) {
+    const ssize_t n = io(done);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n < 0 && errno == EINTR) {
+      continue;
+    } else {
+      break;
+    }
+  }
+  return done;
+}
+
 constexpr int kHandled[5] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
 
 // The one mutable file-scope object of the library: the undo record of the
@@ -44,18 +63,10 @@ extern "C" void on_interrupt(int sig) {
       if (::ftruncate(guard->fd, guard->length) != 0) {
         // Nothing more can be done from here; the bytes are still written back.
       }
-      size_t done = 0;
-      while (done < guard->saved_size) {
-        const ssize_t n = ::pwrite(guard->fd, guard->saved_bytes + done, guard->saved_size - done,
-                                   static_cast<off_t>(done));
-        if (n > 0) {
-          done += static_cast<size_t>(n);
-        } else if (n < 0 && errno == EINTR) {
-          continue;
-        } else {
-          break;
-        }
-      }
+      repeat_io(0, guard->saved_size, [guard](size_t at) {
+        return ::pwrite(guard->fd, guard->saved_bytes + at, guard->saved_size - at,
+                        static_cast<off_t>(at));
+      });
     }
   }
   // End by the same signal, with its usual action, once this handler returns
@@ -145,18 +156,9 @@ bool guard_cover(InterruptGuard& guard, uint64_t end) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  size_t done = have;
-  while (done < grown.size()) {
-    const ssize_t n =
-        ::pread(guard.fd, grown.data() + done, grown.size() - done, static_cast<off_t>(done));
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (n < 0 && errno == EINTR) {
-      continue;
-    } else {
-      break;
-    }
-  }
+  const size_t done = repeat_io(have, grown.size(), [&](size_t at) {
+    return ::pread(guard.fd, grown.data() + at, grown.size() - at, static_cast<off_t>(at));
+  });
   if (done <= have) return false;
   grown.resize(done);
   SignalBlock block;
