@@ -47,36 +47,23 @@
 #include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"
+#include "generated_text.hpp"
 
 namespace {
 
-using Rng = std::mt19937_64;
-
-uint64_t below(Rng& r, uint64_t n) {
-  return r() % n;
-}
-int between(Rng& r, int lo, int hi) {
-  return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1)));
-}
-bool chance(Rng& r, int percent) {
-  return below(r, 100) < static_cast<uint64_t>(percent);
-}
-char pick(Rng& r, const char* set) {
-  return set[below(r, std::strlen(set))];
-}
+using kolv_test::add_digits;
+using kolv_test::below;
+using kolv_test::between;
+using kolv_test::chance;
+using kolv_test::pick;
+using kolv_test::Rng;
+using kolv_test::shown;
 
 uint64_t total_count() {
-  const char* v = std::getenv("KOLV_DIFF_COUNT");
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : 3000000;
+  return kolv_test::count_from_env("KOLV_DIFF_COUNT", 3000000);
 }
-
 uint64_t base_seed() {
-  const char* v = std::getenv("KOLV_DIFF_SEED");
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 0) : 0x66617374ULL;
-}
-
-void add_digits(Rng& r, std::string& s, int n) {
-  for (int i = 0; i < n; ++i) s += static_cast<char>('0' + below(r, 10));
+  return kolv_test::seed_from_env(0x66617374ULL);
 }
 
 // Digit runs of every length around the word size: 0 to 9, 15 to 17, 19 to 21.
@@ -190,21 +177,6 @@ const Gen kGens[] = {gen_runs, gen_runs, gen_runs, gen_six_places, gen_printed, 
 std::string generate(Rng& r) {
   std::string s;
   kGens[below(r, sizeof kGens / sizeof kGens[0])](r, s);
-  return s;
-}
-
-std::string shown(const std::string& text) {
-  std::string s;
-  for (char ch : text) {
-    const unsigned char c = static_cast<unsigned char>(ch);
-    if (c >= 32 && c < 127 && c != '"' && c != '\\') {
-      s += static_cast<char>(c);
-    } else {
-      char b[8];
-      std::snprintf(b, sizeof b, "\\x%02x", c);
-      s += b;
-    }
-  }
   return s;
 }
 
@@ -346,7 +318,7 @@ TEST(ParseDoublePadded, EveryRunLengthWithEveryFollowingByte) {
 
 TEST(ParseWindow16, TakesOnlyWhatItConvertsAsStrtodDoes) {
   const uint64_t count = total_count();
-  Rng rng(base_seed() + 4);
+  Rng rng(base_seed() + 7);
   PaddedBuffer buf;
   uint64_t taken = 0, failures = 0;
   for (uint64_t i = 0; i < count; ++i) {

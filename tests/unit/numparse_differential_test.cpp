@@ -23,10 +23,18 @@
 #include <vector>
 
 #include "base/numparse.hpp"
+#include "generated_text.hpp"
 
 namespace {
 
-using Rng = std::mt19937_64;
+using kolv_test::add_digits;
+using kolv_test::below;
+using kolv_test::between;
+using kolv_test::chance;
+using kolv_test::count_from_env;
+using kolv_test::pick;
+using kolv_test::Rng;
+using kolv_test::shown;
 
 // One reusable buffer that holds each text so that its terminating zero byte
 // is the last readable byte before an inaccessible page: reading past the end
@@ -57,23 +65,6 @@ class PageEndBuffer {
   size_t page_ = 0;
   size_t size_ = 0;
 };
-
-uint64_t below(Rng& r, uint64_t n) {
-  return r() % n;
-}
-int between(Rng& r, int lo, int hi) {
-  return lo + static_cast<int>(below(r, static_cast<uint64_t>(hi - lo + 1)));
-}
-bool chance(Rng& r, int percent) {
-  return below(r, 100) < static_cast<uint64_t>(percent);
-}
-char pick(Rng& r, const char* set) {
-  return set[below(r, std::strlen(set))];
-}
-
-void add_digits(Rng& r, std::string& s, int n) {
-  for (int i = 0; i < n; ++i) s += static_cast<char>('0' + below(r, 10));
-}
 
 void add_sign(Rng& r, std::string& s) {
   const int k = static_cast<int>(below(r, 10));
@@ -561,34 +552,12 @@ const Family kFamilies[] = {
     {"RandomAscii", 8, gen_random_ascii, 10},
 };
 
-// A count from the environment variable `name`, or the default.
-uint64_t count_from_env(const char* name, uint64_t fallback) {
-  const char* v = std::getenv(name);
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 10) : fallback;
+uint64_t base_seed() {
+  return kolv_test::seed_from_env(0x6b6f6c76ULL);
 }
 
 uint64_t total_count() {
   return count_from_env("KOLV_DIFF_COUNT", 5000000);
-}
-
-uint64_t base_seed() {
-  const char* v = std::getenv("KOLV_DIFF_SEED");
-  return v != nullptr && *v != '\0' ? std::strtoull(v, nullptr, 0) : 0x6b6f6c76ULL;
-}
-
-std::string shown(const std::string& text) {
-  std::string s;
-  for (char ch : text) {
-    const unsigned char c = static_cast<unsigned char>(ch);
-    if (c >= 32 && c < 127 && c != '"' && c != '\\') {
-      s += static_cast<char>(c);
-    } else {
-      char b[8];
-      std::snprintf(b, sizeof b, "\\x%02x", c);
-      s += b;
-    }
-  }
-  return s;
 }
 
 // FNV-1a: each family draws from its own stream, the same on every run.
