@@ -170,14 +170,11 @@ const char* const kUsage = "usage: kolvdump [OPTION]... FILE\n";
 
 // ---- the text view ----
 
-TEST_F(KolvdumpRun, TextLayoutOfDoubles) {
-  std::string path = write("doubles.dat", doubles_sample(2));
-  Outcome o = run({path});
-  EXPECT_EQ(o.status, 0);
-  EXPECT_EQ(o.err, "");
-  // X is as wide as "-0.1", NAME as "LONGTEXT", Y as its label.
+// The header and variable list kolvdump prints for doubles_sample(2) at
+// `path`, before its rows.
+std::string doubles_sample_header(const std::string& path) {
   // clang-format off
-  std::string expected =
+  return
       "data set:      " + path + "\n" +
       "version:       96\n"
       "element type:  1008 (8-byte double)\n"
@@ -190,7 +187,19 @@ TEST_F(KolvdumpRun, TextLayoutOfDoubles) {
       "variables:\n"
       "  1  X     numeric\n"
       "  2  NAME  character\n"
-      "  3  Y     numeric\n"
+      "  3  Y     numeric\n";
+  // clang-format on
+}
+
+TEST_F(KolvdumpRun, TextLayoutOfDoubles) {
+  std::string path = write("doubles.dat", doubles_sample(2));
+  Outcome o = run({path});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err, "");
+  // X is as wide as "-0.1", NAME as "LONGTEXT", Y as its label.
+  // clang-format off
+  std::string expected =
+      doubles_sample_header(path) +
       "\n"
       "data:\n"
       "  row     X  NAME      Y\n"
@@ -365,19 +374,7 @@ TEST_F(KolvdumpRun, HeaderOnly) {
   EXPECT_EQ(o.err, "");
   // clang-format off
   std::string expected =
-      "data set:      " + path + "\n" +
-      "version:       96\n"
-      "element type:  1008 (8-byte double)\n"
-      "element size:  8\n"
-      "complex:       0 (no)\n"
-      "rows:          2\n"
-      "columns:       3\n"
-      "data offset:   232\n"
-      "\n"
-      "variables:\n"
-      "  1  X     numeric\n"
-      "  2  NAME  character\n"
-      "  3  Y     numeric\n";
+      doubles_sample_header(path);
   // clang-format on
   EXPECT_EQ(o.out, expected);
 
