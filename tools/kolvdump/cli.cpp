@@ -12,6 +12,7 @@
 #include "npy.hpp"
 #include "output.hpp"
 #include "render.hpp"
+#include "summary.hpp"
 
 #ifndef KOLVDUMP_VERSION
 #define KOLVDUMP_VERSION "unknown"
@@ -31,6 +32,11 @@ constexpr const char* kHelp =
     "What to write (the text view when none is given):\n"
     "  --csv              the rows as CSV (RFC 4180), after a line of names\n"
     "  --npy OUT          the rows as a NumPy .npy file OUT; nothing on standard output\n"
+    "  --summary          one line per column: count, missing, text in a numeric\n"
+    "                     column, min, max, mean, sd and a histogram, or distinct\n"
+    "                     and most frequent values (as CSV with --csv)\n"
+    "  --ascii            the summary's histograms in ASCII (the default where the\n"
+    "                     locale is not UTF-8)\n"
     "  --check            read nothing out: exit 0 when FILE is a finished data set\n"
     "                     whose size agrees with its header, else 1 and one line why\n"
     "\n"
@@ -276,6 +282,24 @@ int dump_csv(RowReader& reader, const DataSet& ds, const std::vector<uint32_t>& 
   return check_rows(reader, ds, name.c_str(), err, false);
 }
 
+int dump_summary(RowReader& reader, const DataSet& ds, const std::vector<uint32_t>& columns,
+                 const std::string& name, const Options& o, FILE* out_stream, FILE* err) {
+  Output out(out_stream);
+  Summary summary(ds, columns);
+  stream_rows(
+      reader, ds, row_span(o), out, [](const uint8_t*, size_t) {},
+      [&](const uint8_t* rows, size_t n, uint64_t) { summary.add(rows, n); });
+  Drawing drawing = o.ascii || !locale_is_utf8() ? Drawing::kAscii : Drawing::kBlocks;
+  if (o.mode == Mode::kCsv) {
+    summary.write_csv(o.names, drawing, out);
+  } else {
+    summary.write_text(name, drawing, out);
+  }
+  int status = kExitOk;
+  if (!finish_output(out, "standard output", err, status)) return status;
+  return check_rows(reader, ds, name.c_str(), err, false);
+}
+
 int dump_npy(RowReader& reader, const DataSet& ds, const std::vector<uint32_t>& columns,
              const std::string& name, const Options& o, FILE* err) {
   RowSpan span = row_span(o);
@@ -446,6 +470,7 @@ int dump(FILE* in, const std::string& name, const Options& o, FILE* out, FILE* e
   } else {
     for (uint32_t c = 0; c < ds.columns.size(); ++c) columns.push_back(c);
   }
+  if (o.summary) return dump_summary(reader, ds, columns, name, o, out, err);
   switch (o.mode) {
     case Mode::kCsv:
       return dump_csv(reader, ds, columns, name, o, out, err);
@@ -499,6 +524,10 @@ int run(int argc, const char* const* argv, FILE* out, FILE* err) {
       ok = set_mode(Mode::kCsv, "--csv");
     } else if (arg == "--check") {
       ok = set_mode(Mode::kCheck, "--check");
+    } else if (arg == "--summary") {
+      o.summary = true;
+    } else if (arg == "--ascii") {
+      o.ascii = true;
     } else if (arg == "--header-only") {
       o.header_only = true;
       text_only = "--header-only";
@@ -542,6 +571,14 @@ int run(int argc, const char* const* argv, FILE* out, FILE* err) {
   }
   if (text_only != nullptr && (o.mode == Mode::kNpy || o.mode == Mode::kCheck)) {
     say(err, "%s cannot be used with %s", text_only, mode_option);
+    return usage_error(err);
+  }
+  if (o.summary && (o.mode == Mode::kNpy || o.mode == Mode::kCheck || text_only != nullptr)) {
+    say(err, "--summary cannot be used with %s", text_only != nullptr ? text_only : mode_option);
+    return usage_error(err);
+  }
+  if (o.ascii && !o.summary) {
+    say(err, "--ascii needs --summary");
     return usage_error(err);
   }
   if (o.mode == Mode::kCheck &&

@@ -33,6 +33,8 @@ struct Options {
   uint64_t last = UINT64_MAX;
   uint64_t head = UINT64_MAX;  // --head N
   std::string npy;             // --npy FILE
+  bool summary = false;        // --summary (as CSV with --csv)
+  bool ascii = false;          // --ascii: the summary's histograms in ASCII
 };
 
 // The columns a --columns list names, in its order.

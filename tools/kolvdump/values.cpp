@@ -228,6 +228,25 @@ char* shortest_double(double value, char* to) {
 
 }  // namespace
 
+double number_value(const uint8_t* element, uint32_t width) {
+  switch (width) {
+    case 2:
+      return static_cast<int16_t>(load16(element));
+    case 4: {
+      float value;
+      uint32_t bits = load32(element);
+      std::memcpy(&value, &bits, sizeof value);
+      return value;
+    }
+    default: {
+      double value;
+      uint64_t bits = load64(element);
+      std::memcpy(&value, &bits, sizeof value);
+      return value;
+    }
+  }
+}
+
 char* format_number(const uint8_t* element, uint32_t width, char* to) {
   char* const last = to + kCellRoom;
   switch (width) {

@@ -41,6 +41,10 @@ bool numeric_holds_text(const uint8_t* element);
 // element belongs to a character variable of an 8-byte data set.
 CellKind classify(const uint8_t* element, uint32_t width, bool character);
 
+// The value of a numeric element of `width` bytes (2, 4 or 8) as a double,
+// which holds every 2-byte integer and 4-byte float exactly.
+double number_value(const uint8_t* element, uint32_t width);
+
 // Writes the shortest round-trip text of a numeric element at `to` (room for
 // kCellRoom bytes) and returns its end: an integer for 2 bytes, the shortest
 // float for 4, the shortest double for 8; "inf", "-inf", "nan" for those.

@@ -1,0 +1,611 @@
+#include "summary.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+#include "render.hpp"
+#include "values.hpp"
+
+namespace kolvdump {
+
+namespace {
+
+// A 64-bit mix (the splitmix64 finaliser): a bijection whose bits all
+// depend on all the key's bits, for the hash table and the estimate.
+uint64_t mix(uint64_t x) {
+  x ^= x >> 30;
+  x *= 0xBF58476D1CE4E5B9ULL;
+  x ^= x >> 27;
+  x *= 0x94D049BB133111EBULL;
+  x ^= x >> 31;
+  return x;
+}
+
+// Whether the text of key `a` (its bytes from the lowest) sorts before
+// that of `b`, byte by byte.
+bool in_text_order(uint64_t a, uint64_t b) {
+  for (int shift = 0; shift < 64; shift += 8) {
+    auto x = static_cast<uint8_t>(a >> shift), y = static_cast<uint8_t>(b >> shift);
+    if (x != y) return x < y;
+  }
+  return false;
+}
+
+// ---- distinct and most frequent values ----
+//
+// A value of up to 8 bytes is its own 64-bit key. Up to kExactDistinct
+// distinct keys are counted exactly in an open-addressing table (grown as
+// needed, so a column of few values keeps a small one). When one more
+// distinct key arrives, the table is given up for two fixed structures fed
+// from then on:
+//  - an estimate of the distinct count from 4096 one-byte registers, each
+//    the longest run of leading zeros among the hashes that fall to it (its
+//    standard error is about 1.6%), with the count of empty registers used
+//    while many are empty;
+//  - the most frequent values by the "space saving" method: 64 counters;
+//    a value without one takes the counter of the least count and adds one
+//    to it, remembering the count it took over as its possible excess. A
+//    value's true count then lies between its count less that excess and
+//    its count, and a value without a counter has at most the greatest
+//    count ever taken over (or left out of the table). A value is named
+//    only when its least possible count exceeds that: it is then surely
+//    more frequent than every value not named.
+// Both start from the table's exact counts when it is given up.
+class Frequencies {
+ public:
+  static constexpr size_t kCounters = 64;
+  static constexpr unsigned kRegisterBits = 12;
+
+  void add(uint64_t key) {
+    ++total_;
+    if (!estimating_) {
+      if (add_exact(key)) return;
+      start_estimating();
+    }
+    add_estimated(key);
+  }
+
+  bool estimating() const { return estimating_; }
+  uint64_t total() const { return total_; }
+
+  uint64_t distinct() const {
+    if (!estimating_) return size_;
+    const double m = static_cast<double>(registers_.size());
+    double sum = 0;
+    size_t zeros = 0;
+    for (uint8_t r : registers_) {
+      sum += std::ldexp(1.0, -static_cast<int>(r));
+      zeros += r == 0;
+    }
+    double estimate = 0.7213 / (1 + 1.079 / m) * m * m / sum;
+    if (estimate <= 2.5 * m && zeros > 0) estimate = m * std::log(m / static_cast<double>(zeros));
+    return static_cast<uint64_t>(std::llround(estimate));
+  }
+
+  struct Frequent {
+    uint64_t key = 0;
+    uint64_t count = 0;   // exact, or at most this many
+    uint64_t excess = 0;  // the true count is at least count - excess
+  };
+
+  // The most frequent keys, most first (ties in the byte order of their
+  // texts, so that the order does not depend on the table's layout).
+  std::vector<Frequent> top(size_t n) const {
+    std::vector<Frequent> all;
+    if (estimating_) {
+      for (size_t i = 0; i < used_counters_; ++i) {
+        if (counts_[i] - excess_[i] > dropped_) all.push_back({keys_[i], counts_[i], excess_[i]});
+      }
+    } else {
+      for (size_t i = 0; i < slots_.size(); ++i) {
+        if (slots_[i].count != 0) all.push_back({slots_[i].key, slots_[i].count, 0});
+      }
+    }
+    auto more = [](const Frequent& a, const Frequent& b) {
+      return a.count != b.count ? a.count > b.count : in_text_order(a.key, b.key);
+    };
+    n = std::min(n, all.size());
+    std::partial_sort(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(n), all.end(), more);
+    all.resize(n);
+    return all;
+  }
+
+ private:
+  struct Slot {
+    uint64_t key = 0;
+    uint64_t count = 0;  // 0: empty
+  };
+
+  // False when `key` is new and the table already holds kExactDistinct keys.
+  bool add_exact(uint64_t key) {
+    if (slots_.empty()) slots_.resize(64);
+    size_t mask = slots_.size() - 1;
+    for (size_t i = mix(key) & mask;; i = (i + 1) & mask) {
+      Slot& s = slots_[i];
+      if (s.count != 0 && s.key == key) {
+        ++s.count;
+        return true;
+      }
+      if (s.count == 0) {
+        if (size_ == kExactDistinct) return false;
+        s.key = key;
+        s.count = 1;
+        if (++size_ * 2 > slots_.size()) grow();
+        return true;
+      }
+    }
+  }
+
+  void grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    size_t mask = slots_.size() - 1;
+    for (const Slot& s : old) {
+      if (s.count == 0) continue;
+      size_t i = mix(s.key) & mask;
+      while (slots_[i].count != 0) i = (i + 1) & mask;
+      slots_[i] = s;
+    }
+  }
+
+  void start_estimating() {
+    estimating_ = true;
+    registers_.assign(size_t{1} << kRegisterBits, 0);
+    for (const Slot& s : slots_) {
+      if (s.count != 0) remember(s.key);
+    }
+    auto best = top(kCounters + 1);
+    if (best.size() > kCounters) {
+      dropped_ = best.back().count;
+      best.pop_back();
+    }
+    used_counters_ = best.size();
+    for (size_t i = 0; i < best.size(); ++i) {
+      keys_[i] = best[i].key;
+      counts_[i] = best[i].count;
+    }
+    std::vector<Slot>().swap(slots_);
+  }
+
+  void remember(uint64_t key) {
+    uint64_t h = mix(key);
+    size_t index = static_cast<size_t>(h >> (64 - kRegisterBits));
+    uint64_t rest = h << kRegisterBits;
+    int run = rest == 0 ? 64 - static_cast<int>(kRegisterBits) + 1 : std::countl_zero(rest) + 1;
+    registers_[index] = std::max(registers_[index], static_cast<uint8_t>(run));
+  }
+
+  void add_estimated(uint64_t key) {
+    remember(key);
+    for (size_t i = 0; i < used_counters_; ++i) {
+      if (keys_[i] == key) {
+        ++counts_[i];
+        return;
+      }
+    }
+    if (used_counters_ < kCounters) {
+      keys_[used_counters_] = key;
+      counts_[used_counters_++] = 1;
+      return;
+    }
+    // A counter of the least count: counts only grow, so one at `floor_`
+    // (never above the least) is looked for from where the last was found,
+    // and the least is counted afresh only when none is left there.
+    size_t least = kCounters;
+    for (int round = 0; round < 2 && least == kCounters; ++round) {
+      for (size_t k = 0; k < kCounters; ++k) {
+        size_t i = (cursor_ + k) % kCounters;
+        if (counts_[i] == floor_) {
+          least = i;
+          break;
+        }
+      }
+      if (least == kCounters) floor_ = *std::min_element(counts_, counts_ + kCounters);
+    }
+    cursor_ = least;
+    dropped_ = std::max(dropped_, counts_[least]);
+    keys_[least] = key;
+    excess_[least] = counts_[least];
+    ++counts_[least];
+  }
+
+  uint64_t total_ = 0;
+  bool estimating_ = false;
+  std::vector<Slot> slots_;
+  size_t size_ = 0;
+  std::vector<uint8_t> registers_;
+  uint64_t keys_[kCounters] = {};
+  uint64_t counts_[kCounters] = {};
+  uint64_t excess_[kCounters] = {};
+  size_t used_counters_ = 0;
+  uint64_t dropped_ = 0;  // the most a value without a counter may have
+  uint64_t floor_ = 0;    // never above the least count
+  size_t cursor_ = 0;
+};
+
+// ---- the histogram ----
+//
+// The 8 steps span the finite minimum to the maximum, which are known only
+// at the end, so the values are first counted in kHistogramCells cells of a
+// width that is a power of two, 2^e: a value v falls in the cell numbered
+// floor(v / 2^e), and the cells kept are a window of consecutive numbers.
+// When a value falls outside the window, the window is moved to centre the
+// values seen; when they no longer fit in three quarters of it, the width
+// doubles (as often as needed) until they fit in half. Doubling merges cells
+// exactly: cell a becomes cell floor(a / 2). At the end each cell goes to
+// the step of its lower edge (or of the minimum, in the first cell), so a
+// value lies in the step it is drawn in unless a step's edge falls inside
+// its cell: the error is at most one cell, at most a 1/1024 of the range.
+class Cells {
+ public:
+  void add(double v) {
+    if (!started_) {
+      start(v);
+      return;
+    }
+    double t = v * scale_;
+    if (t >= low_ && t < high_) {
+      ++cells_[static_cast<size_t>(static_cast<int64_t>(std::floor(t)) - anchor_)];
+      return;
+    }
+    refit(v);
+  }
+
+  // The counts of the 8 steps from `min` to `max` (finite, min <= max).
+  void steps(double min, double max, uint64_t (&to)[8]) const {
+    std::fill(std::begin(to), std::end(to), 0);
+    const double range = max - min;
+    for (size_t i = 0; i < cells_.size(); ++i) {
+      if (cells_[i] == 0) continue;
+      double lower = std::ldexp(static_cast<double>(anchor_ + static_cast<int64_t>(i)), e_);
+      double at = range > 0 ? std::floor(8 * ((std::max(lower, min) - min) / range)) : 0;
+      size_t step = at >= 7 ? 7 : at <= 0 ? 0 : static_cast<size_t>(at);
+      to[step] += cells_[i];
+    }
+  }
+
+ private:
+  static constexpr int64_t kCells = static_cast<int64_t>(kHistogramCells);
+  // The cell numbers stay below 2^52 in magnitude, so that they and the
+  // window's bounds are exact doubles: the width is at least 2^-50 of the
+  // largest magnitude seen.
+  static int least_exponent(double magnitude) {
+    return magnitude == 0 ? -1000 : std::max(-1000, std::ilogb(magnitude) - 50);
+  }
+  static int64_t cell(double v, int e) {
+    return static_cast<int64_t>(std::floor(std::ldexp(v, -e)));
+  }
+
+  void start(double v) {
+    started_ = true;
+    min_ = max_ = v;
+    cells_.assign(kHistogramCells, 0);
+    e_ = least_exponent(std::fabs(v));
+    place(cell(v, e_));
+    ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
+  }
+
+  // Centres the window on the cells from `low` to the cell of max_.
+  void place(int64_t low) {
+    int64_t span = cell(max_, e_) - low + 1;
+    anchor_ = low - (kCells - span) / 2;
+    scale_ = std::ldexp(1.0, -e_);
+    low_ = static_cast<double>(anchor_);
+    high_ = static_cast<double>(anchor_ + kCells);
+  }
+
+  void refit(double v) {
+    min_ = std::min(min_, v);
+    max_ = std::max(max_, v);
+    int e = std::max(e_, least_exponent(std::max(std::fabs(min_), std::fabs(max_))));
+    auto span = [&](int x) { return cell(max_, x) - cell(min_, x) + 1; };
+    if (span(e) > kCells * 3 / 4) {
+      while (span(e) > kCells / 2) ++e;
+    }
+    std::vector<uint64_t> old(kHistogramCells, 0);
+    old.swap(cells_);
+    const int64_t old_anchor = anchor_;
+    const int shift = std::min(63, e - e_);
+    e_ = e;
+    place(cell(min_, e_));
+    for (size_t i = 0; i < old.size(); ++i) {
+      if (old[i] == 0) continue;
+      int64_t merged = (old_anchor + static_cast<int64_t>(i)) >> shift;
+      cells_[static_cast<size_t>(merged - anchor_)] += old[i];
+    }
+    ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
+  }
+
+  bool started_ = false;
+  int e_ = 0;
+  double scale_ = 1, low_ = 0, high_ = 0;
+  int64_t anchor_ = 0;
+  double min_ = 0, max_ = 0;
+  std::vector<uint64_t> cells_;
+};
+
+}  // namespace
+
+// ---- one column ----
+
+struct ColumnSummary {
+  uint32_t column = 0;
+  bool character = false;
+  uint64_t missing = 0;
+  // Character column: its values. Numeric column: the text met in it.
+  Frequencies texts;
+  // Numeric column.
+  uint64_t numbers = 0;
+  uint64_t nans = 0;
+  bool have_range = false;           // a number other than NaN was seen
+  uint8_t min[8] = {}, max[8] = {};  // the elements of the least and greatest
+  double min_value = 0, max_value = 0;
+  uint64_t finite = 0;
+  double mean = 0, m2 = 0;  // the finite values' mean and sum of squared deviations
+  double finite_min = 0, finite_max = 0;
+  Cells cells;
+};
+
+Summary::Summary(const DataSet& ds, const std::vector<uint32_t>& columns) : ds_(ds) {
+  for (uint32_t c : columns) {
+    auto s = std::make_unique<ColumnSummary>();
+    s->column = c;
+    s->character = ds.columns[c].character;
+    columns_.push_back(std::move(s));
+  }
+}
+
+Summary::~Summary() = default;
+
+void Summary::add(const uint8_t* rows, size_t n) {
+  rows_ += n;
+  const size_t width = ds_.width;
+  const size_t row_bytes = static_cast<size_t>(ds_.row_bytes);
+  scratch_.resize(n);
+  for (auto& sp : columns_) {
+    ColumnSummary& s = *sp;
+    const uint8_t* at = rows + static_cast<size_t>(s.column) * width;
+    if (s.character) {
+      for (size_t r = 0; r < n; ++r, at += row_bytes) {
+        if (classify(at, ds_.width, true) == CellKind::kMissing) {
+          ++s.missing;
+          continue;
+        }
+        s.texts.add(load64(at));
+      }
+      continue;
+    }
+    // The block's finite numbers are gathered, then taken in three short
+    // loops: the range, the mean and deviations (two passes over the block,
+    // merged into the column's by the pairwise formula), and the cells.
+    size_t count = 0;
+    const uint8_t* least = nullptr;
+    const uint8_t* greatest = nullptr;
+    for (size_t r = 0; r < n; ++r, at += row_bytes) {
+      switch (classify(at, ds_.width, false)) {
+        case CellKind::kMissing:
+          ++s.missing;
+          continue;
+        case CellKind::kText:
+          s.texts.add(load64(at));
+          continue;
+        case CellKind::kNumber:
+          break;
+      }
+      ++s.numbers;
+      double v = number_value(at, ds_.width);
+      if (std::isnan(v)) {
+        ++s.nans;
+        continue;
+      }
+      if (!s.have_range || v < s.min_value) least = at, s.min_value = v;
+      if (!s.have_range || v > s.max_value) greatest = at, s.max_value = v;
+      s.have_range = true;
+      if (std::isfinite(v)) scratch_[count++] = v;
+    }
+    if (least != nullptr) std::memcpy(s.min, least, width);
+    if (greatest != nullptr) std::memcpy(s.max, greatest, width);
+    if (count == 0) continue;
+    double lo = scratch_[0], hi = scratch_[0], sum = 0;
+    for (size_t i = 0; i < count; ++i) {
+      lo = std::min(lo, scratch_[i]);
+      hi = std::max(hi, scratch_[i]);
+      sum += scratch_[i];
+    }
+    const double nb = static_cast<double>(count);
+    const double mean_b = sum / nb;
+    double m2_b = 0, err_b = 0;
+    for (size_t i = 0; i < count; ++i) {
+      double d = scratch_[i] - mean_b;
+      m2_b += d * d;
+      err_b += d;
+    }
+    // The compensated two-pass form: err_b corrects the block mean's rounding.
+    m2_b -= err_b * err_b / nb;
+    double mean_block = mean_b + err_b / nb;
+    if (s.finite == 0) {
+      s.mean = mean_block;
+      s.m2 = m2_b;
+      s.finite_min = lo;
+      s.finite_max = hi;
+    } else {
+      const double na = static_cast<double>(s.finite);
+      const double total = na + nb;
+      const double delta = mean_block - s.mean;
+      s.mean += delta * (nb / total);
+      s.m2 += m2_b + delta * delta * (na * nb / total);
+      s.finite_min = std::min(s.finite_min, lo);
+      s.finite_max = std::max(s.finite_max, hi);
+    }
+    s.finite += count;
+    for (size_t i = 0; i < count; ++i) s.cells.add(scratch_[i]);
+  }
+}
+
+// ---- writing ----
+
+bool locale_is_utf8() {
+  const char* name = nullptr;
+  for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* value = std::getenv(variable);
+    if (value != nullptr && *value != '\0') {
+      name = value;
+      break;
+    }
+  }
+  if (name == nullptr) return false;
+  std::string lower;
+  for (const char* p = name; *p != '\0'; ++p) {
+    char c = *p;
+    lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  return lower.find("utf-8") != std::string::npos || lower.find("utf8") != std::string::npos;
+}
+
+std::string draw_histogram(const uint64_t (&steps)[8], Drawing drawing) {
+  static constexpr const char* kBlocks[8] = {"\u2581", "\u2582", "\u2583", "\u2584",
+                                             "\u2585", "\u2586", "\u2587", "\u2588"};
+  static constexpr char kAscii[] = "_.-:=+*#";
+  uint64_t most = *std::max_element(std::begin(steps), std::end(steps));
+  std::string drawn;
+  for (uint64_t count : steps) {
+    if (count == 0) {
+      drawn += ' ';
+      continue;
+    }
+    // ceil(8 * count / most), without overflow for counts near 2^64.
+    auto level = static_cast<size_t>(
+        std::ceil(8.0 * static_cast<double>(count) / static_cast<double>(most)));
+    level = std::clamp<size_t>(level, 1, 8) - 1;
+    if (drawing == Drawing::kBlocks) {
+      drawn += kBlocks[level];
+    } else {
+      drawn += kAscii[level];
+    }
+  }
+  return drawn;
+}
+
+namespace {
+
+std::string number_text(uint64_t v) {
+  return std::to_string(v);
+}
+
+std::string element_text(const uint8_t* element, uint32_t width) {
+  char text[kCellRoom];
+  return std::string(text, format_number(element, width, text));
+}
+
+std::string double_text(double v) {
+  uint8_t element[8];
+  uint64_t bits;
+  std::memcpy(&bits, &v, sizeof bits);
+  for (size_t i = 0; i < 8; ++i) element[i] = static_cast<uint8_t>(bits >> (8 * i));
+  return element_text(element, 8);
+}
+
+// The most frequent values as `"text" count`, separated by ", "; a count
+// the estimating counters know only within bounds as `"text" LEAST..MOST`.
+std::string frequent_text(const Frequencies& f) {
+  std::string text;
+  for (const auto& [key, count, excess] : f.top(kShownFrequent)) {
+    uint8_t element[8];
+    for (size_t i = 0; i < 8; ++i) element[i] = static_cast<uint8_t>(key >> (8 * i));
+    if (!text.empty()) text += ", ";
+    text += '"';
+    text +=
+        escape_text(std::string_view(reinterpret_cast<const char*>(element), text_length(element)));
+    text += "\" ";
+    if (excess > 0) text += number_text(count - excess) + "..";
+    text += number_text(count);
+  }
+  return text;
+}
+
+// The fields of one line, in the order of kHeadings.
+constexpr const char* kHeadings[] = {"variable", "kind",      "count",    "missing",
+                                     "text",     "min",       "max",      "mean",
+                                     "sd",       "histogram", "distinct", "values"};
+constexpr size_t kFields = std::size(kHeadings);
+// Fields aligned to the right in the text view: the counts and numbers.
+constexpr bool kRight[kFields] = {false, false, true, true,  true, true,
+                                  true,  true,  true, false, true, false};
+
+std::vector<std::string> fields(const DataSet& ds, const ColumnSummary& s, Drawing drawing) {
+  std::vector<std::string> f(kFields);
+  f[0] = ds.columns[s.column].label;
+  f[3] = number_text(s.missing);
+  if (s.character) {
+    f[1] = "character";
+    f[2] = number_text(s.texts.total());
+    f[10] = number_text(s.texts.distinct());
+    if (s.texts.estimating()) f[10] = "~" + f[10];
+    f[11] = frequent_text(s.texts);
+    return f;
+  }
+  f[1] = "numeric";
+  f[2] = number_text(s.numbers);
+  f[4] = number_text(s.texts.total());
+  if (s.have_range) {
+    f[5] = element_text(s.min, ds.width);
+    f[6] = element_text(s.max, ds.width);
+  }
+  if (s.finite > 0) {
+    f[7] = double_text(s.mean);
+    if (s.finite > 1) {
+      f[8] = double_text(std::sqrt(std::max(0.0, s.m2) / static_cast<double>(s.finite - 1)));
+    }
+    uint64_t steps[8];
+    s.cells.steps(s.finite_min, s.finite_max, steps);
+    f[9] = draw_histogram(steps, drawing);
+  }
+  if (s.texts.total() > 0) f[11] = "text: " + frequent_text(s.texts);
+  return f;
+}
+
+}  // namespace
+
+void Summary::write_text(std::string_view name, Drawing drawing, Output& out) const {
+  std::vector<std::vector<std::string>> lines;
+  lines.emplace_back(std::begin(kHeadings), std::end(kHeadings));
+  for (const auto& s : columns_) lines.push_back(fields(ds_, *s, drawing));
+  size_t widths[kFields] = {};
+  for (const auto& line : lines) {
+    for (size_t i = 0; i < kFields; ++i) widths[i] = std::max(widths[i], shown_width(line[i]));
+  }
+  out.put(name);
+  out.put(": ");
+  out.put(number_text(rows_));
+  out.put(rows_ == 1 ? " row\n" : " rows\n");
+  for (const auto& line : lines) {
+    std::string text;
+    for (size_t i = 0; i < kFields; ++i) {
+      std::string pad(widths[i] - shown_width(line[i]), ' ');
+      if (i > 0) text += "  ";
+      text += kRight[i] ? pad + line[i] : line[i] + pad;
+    }
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    out.put(text);
+    out.put('\n');
+  }
+}
+
+void Summary::write_csv(bool names, Drawing drawing, Output& out) const {
+  auto put_line = [&](const std::vector<std::string>& line) {
+    for (size_t i = 0; i < line.size(); ++i) {
+      if (i > 0) out.put(',');
+      put_csv_field(line[i], out);
+    }
+    out.put('\n');
+  };
+  if (names) put_line(std::vector<std::string>(std::begin(kHeadings), std::end(kHeadings)));
+  for (const auto& s : columns_) put_line(fields(ds_, *s, drawing));
+}
+
+}  // namespace kolvdump

@@ -1,0 +1,69 @@
+// kolvdump --summary: one line per column, gathered in one pass over the
+// rows in memory that does not grow with them.
+//
+// A numeric column gives its count, missing values, text met where a number
+// belongs (counted apart and named), minimum, maximum, mean, standard
+// deviation and an 8-step histogram; a character column its count, missing
+// values, distinct values and most frequent values. See summary.cpp for how
+// each is kept within a fixed room.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "output.hpp"
+#include "reader.hpp"
+
+namespace kolvdump {
+
+// Distinct values are counted exactly up to this many; past it the count
+// is an estimate.
+inline constexpr size_t kExactDistinct = 65536;
+// The most frequent values a line names.
+inline constexpr size_t kShownFrequent = 3;
+// The fine cells a histogram is gathered in before it is drawn in 8 steps.
+inline constexpr size_t kHistogramCells = 4096;
+
+// How the histogram is drawn: Unicode block characters or ASCII.
+enum class Drawing { kBlocks, kAscii };
+
+// Whether the locale the environment names (LC_ALL, else LC_CTYPE, else
+// LANG, the first that is set and not empty) uses UTF-8: its name holds
+// "UTF-8" or "utf8" in any case.
+bool locale_is_utf8();
+
+// The 8 steps of a histogram as drawn: an empty step is a blank; otherwise
+// the step with most values is the full block and a step with `count` of
+// `most` values is block ceil(8 * count / most) (1 to 8).
+std::string draw_histogram(const uint64_t (&steps)[8], Drawing drawing);
+
+struct ColumnSummary;  // one column's gathering, in summary.cpp
+
+class Summary {
+ public:
+  Summary(const DataSet& ds, const std::vector<uint32_t>& columns);
+  ~Summary();
+  Summary(const Summary&) = delete;
+  Summary& operator=(const Summary&) = delete;
+
+  // Takes `n` whole rows.
+  void add(const uint8_t* rows, size_t n);
+
+  // The aligned text view: a line naming the data set and the rows
+  // summarised, a line of headings, one line per column.
+  void write_text(std::string_view name, Drawing drawing, Output& out) const;
+  // The same as CSV (RFC 4180), after a line of headings when `names`.
+  void write_csv(bool names, Drawing drawing, Output& out) const;
+
+ private:
+  const DataSet& ds_;
+  std::vector<std::unique_ptr<ColumnSummary>> columns_;
+  std::vector<double> scratch_;  // one column's numbers of one block
+  uint64_t rows_ = 0;
+};
+
+}  // namespace kolvdump
