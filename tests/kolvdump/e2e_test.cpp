@@ -4,13 +4,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,6 +28,7 @@ struct Outcome {
   int status = -1;
   std::string out;
   std::string err;
+  long peak_kib = 0;  // the largest resident size of the run, in KiB
 };
 
 std::string read_file(const std::string& path) {
@@ -73,7 +78,9 @@ class KolvdumpE2E : public ::testing::Test {
     }
     Outcome o;
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid) return o;
+    struct rusage usage {};
+    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid) return o;
+    o.peak_kib = usage.ru_maxrss;
     o.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     o.out = read_file(out_path);
     o.err = read_file(err_path);
@@ -377,3 +384,352 @@ TEST_F(KolvdumpE2E, HelpVersionAndWrongArguments) {
 }
 
 }  // namespace
+
+// ---- --summary ----
+
+// The fields of each line of CSV text (RFC 4180: quoted fields, doubled
+// quotes inside them).
+std::vector<std::vector<std::string>> parse_csv(const std::string& text) {
+  std::vector<std::vector<std::string>> lines;
+  std::vector<std::string> line;
+  std::string field;
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (quoted) {
+      if (c == '"' && i + 1 < text.size() && text[i + 1] == '"') {
+        field += '"';
+        ++i;
+      } else if (c == '"') {
+        quoted = false;
+      } else {
+        field += c;
+      }
+    } else if (c == '"') {
+      quoted = true;
+    } else if (c == ',') {
+      line.push_back(field);
+      field.clear();
+    } else if (c == '\n') {
+      line.push_back(field);
+      field.clear();
+      lines.push_back(line);
+      line.clear();
+    } else {
+      field += c;
+    }
+  }
+  return lines;
+}
+
+// The histogram as kolvdump draws it, from counts worked out by the test:
+// an empty step is a blank, else block ceil(8 * count / most) of 8.
+std::string draw(const std::vector<uint64_t>& steps, bool ascii) {
+  static const char* const kBlocks[] = {"\u2581", "\u2582", "\u2583", "\u2584",
+                                        "\u2585", "\u2586", "\u2587", "\u2588"};
+  static const char kAscii[] = "_.-:=+*#";
+  uint64_t most = 0;
+  for (uint64_t c : steps) most = std::max(most, c);
+  std::string drawn;
+  for (uint64_t c : steps) {
+    if (c == 0) {
+      drawn += ' ';
+      continue;
+    }
+    size_t level = static_cast<size_t>((8 * c + most - 1) / most) - 1;
+    if (ascii) {
+      drawn += kAscii[level];
+    } else {
+      drawn += kBlocks[level];
+    }
+  }
+  return drawn;
+}
+
+// Eleven rows whose numbers make clean figures:
+//   X: 0 0 1 1 1 1 4 4 5 8 8: mean 33/11 = 3; squared deviations
+//      9+9+4*4+1+1+4+25+25 = 90, so the sample variance is 90/10 = 9 and the
+//      standard deviation 3. From 0 to 8 the 8 steps are one unit wide, 8
+//      joins the last: counts 2 4 0 0 2 1 0 2, the most 4, so blocks
+//      ceil(8*2/4) = 4, 8, -, -, 4, ceil(8/4) = 2, -, 4.
+//   Y: the numbers 1 3 5 (mean 3, variance (4+0+4)/2 = 4, sd 2), four
+//      missing, and text in four rows: "N/A" three times, "NA" once. From 1
+//      to 5 a step is half a unit: 1 in step 0, 3 in step 4, 5 joins step 7.
+//   name: a five times, b three, c two, d once.
+TEST_F(KolvdumpE2E, SummaryOfKnownData) {
+  convert("INPUT k.txt;\nOUTPUT k;\nINVAR $name #x y;\n", "k.txt",
+          "a 0 1\nb 0 N/A\na 1 .\nc 1 3\na 1 N/A\nb 1 .\na 4 NA\nb 4 5\na 5 .\nc 8 N/A\nd 8 .\n");
+  const std::string x_blocks = "\u2584\u2588  \u2584\u2582 \u2584";
+  const std::string y_blocks = "\u2588   \u2588  \u2588";
+  EXPECT_EQ(draw({2, 4, 0, 0, 2, 1, 0, 2}, false), x_blocks);
+  const std::string want =
+      "k.dat: 11 rows\n"
+      "variable  kind       count  missing  text  min  max  mean  sd  histogram  distinct  values\n"
+      "name      character     11        0                                              4  "
+      "\"a\" 5, \"b\" 3, \"c\" 2\n"
+      "X         numeric       11        0     0    0    8     3   3  " +
+      x_blocks +
+      "\n"
+      "Y         numeric        3        4     4    1    5     3   2  " +
+      y_blocks + "             text: \"N/A\" 3, \"NA\" 1\n";
+  Outcome o = run("/usr/bin/env", {"LC_ALL=C.UTF-8", kKolvdump, "--summary", "k"});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err, "");
+  EXPECT_EQ(o.out, want);
+  // The same under a locale that names UTF-8 only in LANG.
+  o = run("/usr/bin/env",
+          {"-u", "LC_ALL", "-u", "LC_CTYPE", "LANG=en_GB.utf8", kKolvdump, "--summary", "k"});
+  EXPECT_EQ(o.out, want);
+
+  // ASCII: blocks 4 8 2 become ':' '#' '.'; under --ascii, and by itself
+  // where the locale is not UTF-8.
+  std::string ascii = want;
+  ascii.replace(ascii.find(x_blocks), x_blocks.size(), ":#  :. :");
+  ascii.replace(ascii.find(y_blocks), y_blocks.size(), "#   #  #");
+  EXPECT_EQ(draw({2, 4, 0, 0, 2, 1, 0, 2}, true), ":#  :. :");
+  o = run("/usr/bin/env", {"LC_ALL=C.UTF-8", kKolvdump, "--summary", "--ascii", "k"});
+  EXPECT_EQ(o.out, ascii);
+  o = run("/usr/bin/env", {"LC_ALL=C", "LANG=en_GB.UTF-8", kKolvdump, "--summary", "k"});
+  EXPECT_EQ(o.out, ascii);
+  o = run("/usr/bin/env",
+          {"-u", "LC_ALL", "-u", "LC_CTYPE", "-u", "LANG", kKolvdump, "--summary", "k"});
+  EXPECT_EQ(o.out, ascii);
+
+  // CSV: the same fields; a field with quotes or commas quoted.
+  o = run("/usr/bin/env", {"LC_ALL=C.UTF-8", kKolvdump, "--summary", "--csv", "k.dat"});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out,
+            "variable,kind,count,missing,text,min,max,mean,sd,histogram,distinct,values\n"
+            "name,character,11,0,,,,,,,4,\"\"\"a\"\" 5, \"\"b\"\" 3, \"\"c\"\" 2\"\n"
+            "X,numeric,11,0,0,0,8,3,3," +
+                x_blocks +
+                ",,\n"
+                "Y,numeric,3,4,4,1,5,3,2," +
+                y_blocks + ",,\"text: \"\"N/A\"\" 3, \"\"NA\"\" 1\"\n");
+
+  // Rows 2 to 5 of Y and name: Y holds N/A . 3 N/A (one number: no sd, the
+  // histogram of one value all in the first step); name b a c a.
+  o = run("/usr/bin/env", {"LC_ALL=C.UTF-8", kKolvdump, "--summary", "--csv", "--no-header",
+                           "--ascii", "--rows", "2:5", "--columns", "y,NAME", "k"});
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out,
+            "Y,numeric,1,1,2,3,3,3,,#       ,,\"text: \"\"N/A\"\" 2\"\n"
+            "name,character,4,0,,,,,,,3,\"\"\"a\"\" 2, \"\"b\"\" 1, \"\"c\"\" 1\"\n");
+
+  // What does not go with --summary.
+  o = kolvdump({"--summary", "--npy", "k.npy", "k"});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err,
+            "kolvdump: --summary cannot be used with --npy\nusage: kolvdump [OPTION]... FILE\n");
+  o = kolvdump({"--summary", "--na", "-", "k"});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err,
+            "kolvdump: --summary cannot be used with --na\nusage: kolvdump [OPTION]... FILE\n");
+  o = kolvdump({"--ascii", "k"});
+  EXPECT_EQ(o.status, 2);
+  EXPECT_EQ(o.err, "kolvdump: --ascii needs --summary\nusage: kolvdump [OPTION]... FILE\n");
+}
+
+// A pseudo-random sequence of its own (xorshift64), so the data are the
+// same on every run.
+struct Draws {
+  uint64_t state = 0x9E3779B97F4A7C15ULL;
+  uint64_t next() {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    return state;
+  }
+  int64_t in(int64_t low, int64_t high) {
+    return low + static_cast<int64_t>(next() % static_cast<uint64_t>(high - low + 1));
+  }
+};
+
+// Mean and sample standard deviation by two passes in long double.
+void mean_sd(const std::vector<double>& v, double& mean, double& sd) {
+  long double sum = 0;
+  for (double x : v) sum += x;
+  long double m = sum / static_cast<long double>(v.size());
+  long double squares = 0;
+  for (double x : v) squares += (x - m) * (x - m);
+  mean = static_cast<double>(m);
+  sd = static_cast<double>(std::sqrt(squares / static_cast<long double>(v.size() - 1)));
+}
+
+std::vector<uint64_t> steps_of(const std::vector<double>& v, double min, double max) {
+  std::vector<uint64_t> steps(8, 0);
+  for (double x : v) {
+    double at = std::floor(8 * (x - min) / (max - min));
+    steps[at >= 7 ? 7 : static_cast<size_t>(at)]++;
+  }
+  return steps;
+}
+
+TEST_F(KolvdumpE2E, SummaryAgreesWithItsOwnComputation) {
+  // 20000 rows: a city drawn with uneven weights; X an integer from -500 to
+  // 1500; Y a decimal of 3 places from -50 to 50. The first two rows hold
+  // the ends of both ranges, so the histogram's step edges (-500 + 250k,
+  // -50 + 12.5k) are known; about 1 row in 100 misses X, about 1 in 200
+  // holds text in Y.
+  const char* const cities[] = {"Bern", "Basel", "Chur", "Sion", "Aarau", "Thun", "Olten"};
+  Draws d;
+  std::string text;
+  std::vector<double> xs, ys;
+  std::map<std::string, uint64_t> city_count;
+  uint64_t x_missing = 0, y_text = 0;
+  for (int row = 0; row < 20000; ++row) {
+    std::string city = cities[std::min<int64_t>(d.in(0, 9), 6)];
+    std::string x, y;
+    int64_t xv = row == 0 ? -500 : row == 1 ? 1500 : d.in(-500, 1500);
+    int64_t yv = row == 0 ? -50000 : row == 1 ? 50000 : d.in(-50000, 50000);
+    if (row > 1 && d.in(0, 99) == 0) {
+      x = ".";
+      ++x_missing;
+    } else {
+      x = std::to_string(xv);
+      xs.push_back(static_cast<double>(xv));
+    }
+    if (row > 1 && d.in(0, 199) == 0) {
+      y = "none";
+      ++y_text;
+    } else {
+      char buf[32];
+      std::snprintf(buf, sizeof buf, "%.3f", static_cast<double>(yv) / 1000);
+      y = buf;
+      ys.push_back(std::strtod(buf, nullptr));
+    }
+    city_count[city]++;
+    text += city + " " + x + " " + y + "\n";
+  }
+  convert("INPUT r.txt;\nOUTPUT r;\nINVAR $city #x y;\n", "r.txt", text);
+  Outcome o = run("/usr/bin/env", {"LC_ALL=C.UTF-8", kKolvdump, "--summary", "--csv", "r"});
+  ASSERT_EQ(o.status, 0) << o.err;
+  auto lines = parse_csv(o.out);
+  ASSERT_EQ(lines.size(), 4u);
+  for (const auto& line : lines) ASSERT_EQ(line.size(), 12u);
+
+  // city: the distinct values and the three most frequent, ties by bytes.
+  std::vector<std::pair<std::string, uint64_t>> ranked(city_count.begin(), city_count.end());
+  std::stable_sort(ranked.begin(), ranked.end(),
+                   [](const auto& a, const auto& b) { return a.second > b.second; });
+  std::string top;
+  for (size_t i = 0; i < 3; ++i) {
+    if (i > 0) top += ", ";
+    top += "\"" + ranked[i].first + "\" " + std::to_string(ranked[i].second);
+  }
+  EXPECT_EQ(lines[1][0], "city");
+  EXPECT_EQ(lines[1][2], "20000");
+  EXPECT_EQ(lines[1][10], std::to_string(city_count.size()));
+  EXPECT_EQ(lines[1][11], top);
+
+  auto check_numeric = [&](const std::vector<std::string>& f, const std::vector<double>& v,
+                           uint64_t missing, uint64_t texts, double min, double max) {
+    SCOPED_TRACE(f[0]);
+    double mean = 0, sd = 0;
+    mean_sd(v, mean, sd);
+    EXPECT_EQ(f[2], std::to_string(v.size()));
+    EXPECT_EQ(f[3], std::to_string(missing));
+    EXPECT_EQ(f[4], std::to_string(texts));
+    EXPECT_EQ(std::strtod(f[5].c_str(), nullptr), min);
+    EXPECT_EQ(std::strtod(f[6].c_str(), nullptr), max);
+    EXPECT_NEAR(std::strtod(f[7].c_str(), nullptr), mean, 1e-12 * std::max(1.0, std::fabs(mean)));
+    EXPECT_NEAR(std::strtod(f[8].c_str(), nullptr), sd, 1e-12 * sd);
+    EXPECT_EQ(f[9], draw(steps_of(v, min, max), false));
+  };
+  check_numeric(lines[2], xs, x_missing, 0, -500, 1500);
+  check_numeric(lines[3], ys, 0, y_text, -50, 50);
+  EXPECT_EQ(lines[3][11], "text: \"none\" " + std::to_string(y_text));
+}
+
+TEST_F(KolvdumpE2E, SummaryPastTheExactDistinctCount) {
+  // 100000 distinct values and one value in 30000 more rows, spread among
+  // them: the count of distinct values becomes an estimate (within a few
+  // per cent), and the frequent value is still found, with bounds on its
+  // count that hold the true 30000.
+  std::string text;
+  for (int i = 0; i < 100000; ++i) {
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "v%06d\n", i);
+    text += buf;
+    if (i % 10 < 3) text += "hot\n";
+  }
+  convert("INPUT d.txt;\nOUTPUT d;\nINVAR $word;\n", "d.txt", text);
+  Outcome o = kolvdump({"--summary", "--csv", "--no-header", "d"});
+  ASSERT_EQ(o.status, 0) << o.err;
+  auto lines = parse_csv(o.out);
+  ASSERT_EQ(lines.size(), 1u);
+  ASSERT_EQ(lines[0].size(), 12u);
+  EXPECT_EQ(lines[0][2], "130000");
+  ASSERT_EQ(lines[0][10].substr(0, 1), "~");
+  double distinct = std::strtod(lines[0][10].c_str() + 1, nullptr);
+  EXPECT_NEAR(distinct, 100001, 5000);
+  const std::string& values = lines[0][11];
+  ASSERT_EQ(values.rfind("\"hot\" ", 0), 0u) << values;
+  unsigned long long least = 0, most = 0;
+  if (values.find("..") != std::string::npos) {
+    ASSERT_EQ(std::sscanf(values.c_str(), "\"hot\" %llu..%llu", &least, &most), 2) << values;
+  } else {
+    ASSERT_EQ(std::sscanf(values.c_str(), "\"hot\" %llu", &least), 1) << values;
+    most = least;
+  }
+  EXPECT_LE(least, 30000u);
+  EXPECT_GE(most, 30000u);
+}
+
+// A data set of one double variable holding 1, 2, ... `rows`, written in
+// pieces straight to `path`.
+void write_counting(const std::string& path, uint32_t rows) {
+  std::string b = two_columns(0);
+  // One column instead of two: the column count, the data offset (128 and
+  // one name and type byte, 161, rounded up to 8 bytes), and the second
+  // variable's name and type byte dropped.
+  auto le32 = [&](size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i));
+  };
+  std::string header = b.substr(0, 128) + b.substr(128, 32) + std::string(1, '\1');
+  header.resize(168, '\0');
+  b = header;
+  le32(60, 1);
+  le32(72, 168);
+  le32(80, rows);
+  le32(84, 1);
+  std::ofstream out(path, std::ios::binary);
+  out << b;
+  std::vector<double> block;
+  for (uint32_t r = 1; r <= rows;) {
+    block.clear();
+    for (; r <= rows && block.size() < (1u << 16); ++r) block.push_back(static_cast<double>(r));
+    out.write(reinterpret_cast<const char*>(block.data()),
+              static_cast<std::streamsize>(block.size() * sizeof(double)));
+  }
+}
+
+TEST_F(KolvdumpE2E, SummaryOfTenMillionRowsInFixedMemory) {
+  // 1 to N: mean (N+1)/2, sample variance N(N+1)/12, an even histogram.
+  const uint32_t n = 10'000'000;
+  write_counting(path("small.dat"), 100'000);
+  write_counting(path("large.dat"), n);
+  Outcome small = kolvdump({"--summary", "--csv", "--no-header", "--ascii", "small"});
+  ASSERT_EQ(small.status, 0) << small.err;
+  EXPECT_EQ(small.out.substr(0, small.out.find(",5")), "A,numeric,100000,0,0,1,100000");
+  Outcome large = kolvdump({"--summary", "--csv", "--no-header", "--ascii", "large"});
+  ASSERT_EQ(large.status, 0) << large.err;
+  auto lines = parse_csv(large.out);
+  ASSERT_EQ(lines.size(), 1u);
+  ASSERT_EQ(lines[0].size(), 12u);
+  const auto& f = lines[0];
+  EXPECT_EQ(f[2], "10000000");
+  EXPECT_EQ(f[5], "1");
+  EXPECT_EQ(f[6], "10000000");
+  const double nd = n;
+  EXPECT_NEAR(std::strtod(f[7].c_str(), nullptr), (nd + 1) / 2, 1e-9);
+  const double sd = std::sqrt(nd * (nd + 1) / 12);
+  EXPECT_NEAR(std::strtod(f[8].c_str(), nullptr), sd, 1e-12 * sd);
+  EXPECT_EQ(f[9], "########");
+  // 80 MB of rows against 800 KB: the peak resident size must not grow
+  // with them (a few hundred KiB of slack for the allocator's moods).
+  ASSERT_GT(small.peak_kib, 0);
+  EXPECT_LT(large.peak_kib, small.peak_kib + 2048)
+      << "peak " << large.peak_kib << " KiB for " << n << " rows, " << small.peak_kib
+      << " KiB for 100000";
+}

@@ -154,12 +154,12 @@ class Frequencies {
   }
 
   void start_estimating() {
+    auto best = top(kCounters + 1);  // from the table, before it is given up
     estimating_ = true;
     registers_.assign(size_t{1} << kRegisterBits, 0);
     for (const Slot& s : slots_) {
       if (s.count != 0) remember(s.key);
     }
-    auto best = top(kCounters + 1);
     if (best.size() > kCounters) {
       dropped_ = best.back().count;
       best.pop_back();
