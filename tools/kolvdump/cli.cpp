@@ -34,7 +34,7 @@ constexpr const char* kHelp =
     "  --npy OUT          the rows as a NumPy .npy file OUT; nothing on standard output\n"
     "  --summary          one line per column: count, missing, text in a numeric\n"
     "                     column, min, max, mean, sd and a histogram, or distinct\n"
-    "                     and most frequent values (as CSV with --csv)\n"
+    "                     and most frequent values; with --csv as CSV\n"
     "  --ascii            the summary's histograms in ASCII (the default where the\n"
     "                     locale is not UTF-8)\n"
     "  --check            read nothing out: exit 0 when FILE is a finished data set\n"
