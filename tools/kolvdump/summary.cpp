@@ -47,14 +47,16 @@ bool in_text_order(uint64_t a, uint64_t b) {
 //    the longest run of leading zeros among the hashes that fall to it (its
 //    standard error is about 1.6%), with the count of empty registers used
 //    while many are empty;
-//  - the most frequent values by the "space saving" method: 64 counters;
-//    a value without one takes the counter of the least count and adds one
-//    to it, remembering the count it took over as its possible excess. A
-//    value's true count then lies between its count less that excess and
-//    its count, and a value without a counter has at most the greatest
-//    count ever taken over (or left out of the table). A value is named
-//    only when its least possible count exceeds that: it is then surely
-//    more frequent than every value not named.
+//  - the most frequent values by the method of repeated drops: 64 counters;
+//    a value without one takes a free one, and when none is free the value
+//    is not counted but every counter drops by one (a counter at zero is
+//    freed). A count is then at most the value's true count and short of it
+//    by at most the number of drops, and a value without a counter occurred
+//    at most that many times; to both bounds the table adds the greatest
+//    count it left out. A value is named only when its count exceeds that
+//    bound: it is then surely more frequent than every value not named.
+//    The drops free many counters at once, so a value costs a probe of a
+//    small index and, on average, a few steps more.
 // Both start from the table's exact counts when it is given up.
 class Frequencies {
  public:
@@ -89,7 +91,7 @@ class Frequencies {
 
   struct Frequent {
     uint64_t key = 0;
-    uint64_t count = 0;   // exact, or at most this many
+    uint64_t count = 0;   // exact, or the most it can be
     uint64_t excess = 0;  // the true count is at least count - excess
   };
 
@@ -98,8 +100,9 @@ class Frequencies {
   std::vector<Frequent> top(size_t n) const {
     std::vector<Frequent> all;
     if (estimating_) {
-      for (size_t i = 0; i < used_counters_; ++i) {
-        if (counts_[i] - excess_[i] > dropped_) all.push_back({keys_[i], counts_[i], excess_[i]});
+      const uint64_t unsure = drops_ + dropped_;
+      for (size_t i = 0; i < kCounters; ++i) {
+        if (counts_[i] > unsure) all.push_back({keys_[i], counts_[i] + unsure, unsure});
       }
     } else {
       for (size_t i = 0; i < slots_.size(); ++i) {
@@ -158,22 +161,44 @@ class Frequencies {
     estimating_ = true;
     registers_.assign(size_t{1} << kRegisterBits, 0);
     for (const Slot& s : slots_) {
-      if (s.count != 0) remember(s.key);
+      if (s.count != 0) remember(mix(s.key));
     }
     if (best.size() > kCounters) {
       dropped_ = best.back().count;
       best.pop_back();
     }
-    used_counters_ = best.size();
     for (size_t i = 0; i < best.size(); ++i) {
       keys_[i] = best[i].key;
       counts_[i] = best[i].count;
     }
+    rebuild_index();
     std::vector<Slot>().swap(slots_);
   }
 
-  void remember(uint64_t key) {
-    uint64_t h = mix(key);
+  // The counters are found by key through a small open-addressing index
+  // (twice as many places as counters), rebuilt after each drop.
+  static constexpr size_t kPlaces = 2 * kCounters;
+  static constexpr uint8_t kFree = 0xFF;
+
+  void rebuild_index() {
+    std::fill(std::begin(index_), std::end(index_), kFree);
+    free_count_ = 0;
+    for (size_t c = kCounters; c-- > 0;) {
+      if (counts_[c] == 0) {
+        free_[free_count_++] = static_cast<uint8_t>(c);
+      } else {
+        index_insert(c, mix(keys_[c]));
+      }
+    }
+  }
+
+  void index_insert(size_t counter, uint64_t h) {
+    size_t i = h % kPlaces;
+    while (index_[i] != kFree) i = (i + 1) % kPlaces;
+    index_[i] = static_cast<uint8_t>(counter);
+  }
+
+  void remember(uint64_t h) {
     size_t index = static_cast<size_t>(h >> (64 - kRegisterBits));
     uint64_t rest = h << kRegisterBits;
     int run = rest == 0 ? 64 - static_cast<int>(kRegisterBits) + 1 : std::countl_zero(rest) + 1;
@@ -181,37 +206,24 @@ class Frequencies {
   }
 
   void add_estimated(uint64_t key) {
-    remember(key);
-    for (size_t i = 0; i < used_counters_; ++i) {
-      if (keys_[i] == key) {
-        ++counts_[i];
+    const uint64_t h = mix(key);
+    remember(h);
+    for (size_t i = h % kPlaces; index_[i] != kFree; i = (i + 1) % kPlaces) {
+      if (keys_[index_[i]] == key) {
+        ++counts_[index_[i]];
         return;
       }
     }
-    if (used_counters_ < kCounters) {
-      keys_[used_counters_] = key;
-      counts_[used_counters_++] = 1;
+    if (free_count_ > 0) {
+      size_t c = free_[--free_count_];
+      keys_[c] = key;
+      counts_[c] = 1;
+      index_insert(c, h);
       return;
     }
-    // A counter of the least count: counts only grow, so one at `floor_`
-    // (never above the least) is looked for from where the last was found,
-    // and the least is counted afresh only when none is left there.
-    size_t least = kCounters;
-    for (int round = 0; round < 2 && least == kCounters; ++round) {
-      for (size_t k = 0; k < kCounters; ++k) {
-        size_t i = (cursor_ + k) % kCounters;
-        if (counts_[i] == floor_) {
-          least = i;
-          break;
-        }
-      }
-      if (least == kCounters) floor_ = *std::min_element(counts_, counts_ + kCounters);
-    }
-    cursor_ = least;
-    dropped_ = std::max(dropped_, counts_[least]);
-    keys_[least] = key;
-    excess_[least] = counts_[least];
-    ++counts_[least];
+    ++drops_;
+    for (uint64_t& count : counts_) --count;
+    rebuild_index();
   }
 
   uint64_t total_ = 0;
@@ -220,12 +232,12 @@ class Frequencies {
   size_t size_ = 0;
   std::vector<uint8_t> registers_;
   uint64_t keys_[kCounters] = {};
-  uint64_t counts_[kCounters] = {};
-  uint64_t excess_[kCounters] = {};
-  size_t used_counters_ = 0;
-  uint64_t dropped_ = 0;  // the most a value without a counter may have
-  uint64_t floor_ = 0;    // never above the least count
-  size_t cursor_ = 0;
+  uint64_t counts_[kCounters] = {};  // 0: a free counter
+  uint8_t index_[kPlaces] = {};      // counter numbers, kFree where none
+  uint8_t free_[kCounters] = {};     // the free counters
+  size_t free_count_ = 0;
+  uint64_t drops_ = 0;    // times every counter dropped by one
+  uint64_t dropped_ = 0;  // the greatest count the table left out
 };
 
 // ---- the histogram ----
