@@ -240,108 +240,106 @@ class Frequencies {
   uint64_t dropped_ = 0;  // the greatest count the table left out
 };
 
+}  // namespace
+
 // ---- the histogram ----
-//
-// The 8 steps span the finite minimum to the maximum, which are known only
-// at the end, so the values are first counted in kHistogramCells cells of a
-// width that is a power of two, 2^e: a value v falls in the cell numbered
-// floor(v / 2^e), and the cells kept are a window of consecutive numbers.
-// When a value falls outside the window, the window is moved to centre the
-// values seen; when they no longer fit in three quarters of it, the width
-// doubles (as often as needed) until they fit in half. Doubling merges cells
-// exactly: cell a becomes cell floor(a / 2). At the end each cell goes to
-// the step of its lower edge (or of the minimum, in the first cell), so a
-// value lies in the step it is drawn in unless a step's edge falls inside
-// its cell: the error is at most one cell, at most a 1/1024 of the range.
-class Cells {
- public:
-  void add(double v) {
-    if (!started_) {
-      start(v);
-      return;
-    }
-    double t = v * scale_;
-    if (t >= low_ && t < high_) {
-      ++cells_[static_cast<size_t>(static_cast<int64_t>(std::floor(t)) - anchor_)];
-      return;
-    }
-    refit(v);
-  }
 
-  // The counts of the 8 steps from `min` to `max` (finite, min <= max).
-  void steps(double min, double max, uint64_t (&to)[8]) const {
-    std::fill(std::begin(to), std::end(to), 0);
-    const double range = max - min;
-    for (size_t i = 0; i < cells_.size(); ++i) {
-      if (cells_[i] == 0) continue;
-      double lower = std::ldexp(static_cast<double>(anchor_ + static_cast<int64_t>(i)), e_);
-      double at = range > 0 ? std::floor(8 * ((std::max(lower, min) - min) / range)) : 0;
-      size_t step = at >= 7 ? 7 : at <= 0 ? 0 : static_cast<size_t>(at);
-      to[step] += cells_[i];
-    }
+void HistogramCells::add(double v) {
+  if (!started_) {
+    start(v);
+    return;
   }
+  double t = v * scale_;
+  if (t >= low_ && t < high_) {
+    ++cells_[static_cast<size_t>(static_cast<int64_t>(std::floor(t)) - anchor_)];
+    return;
+  }
+  refit(v);
+}
 
- private:
-  static constexpr int64_t kCells = static_cast<int64_t>(kHistogramCells);
-  // The cell numbers stay below 2^52 in magnitude, so that they and the
-  // window's bounds are exact doubles: the width is at least 2^-50 of the
-  // largest magnitude seen.
-  static int least_exponent(double magnitude) {
-    return magnitude == 0 ? -1000 : std::max(-1000, std::ilogb(magnitude) - 50);
+void HistogramCells::steps(double min, double max, uint64_t (&to)[8]) const {
+  std::fill(std::begin(to), std::end(to), 0);
+  // In halves, so that a range wider than the largest double does not
+  // overflow; halving is exact, so the quotient is the same.
+  const double half_range = max / 2 - min / 2;
+  for (size_t i = 0; i < cells_.size(); ++i) {
+    if (cells_[i] == 0) continue;
+    double lower = std::ldexp(static_cast<double>(anchor_ + static_cast<int64_t>(i)), e_);
+    double from_min = std::max(lower, min) / 2 - min / 2;
+    double at = half_range > 0 ? std::floor(8 * (from_min / half_range)) : 0;
+    size_t step = at >= 7 ? 7 : at <= 0 ? 0 : static_cast<size_t>(at);
+    to[step] += cells_[i];
   }
-  static int64_t cell(double v, int e) {
-    return static_cast<int64_t>(std::floor(std::ldexp(v, -e)));
-  }
+}
 
-  void start(double v) {
-    started_ = true;
-    min_ = max_ = v;
-    cells_.assign(kHistogramCells, 0);
-    e_ = least_exponent(std::fabs(v));
-    place(cell(v, e_));
-    ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
-  }
+namespace {
 
-  // Centres the window on the cells from `low` to the cell of max_.
-  void place(int64_t low) {
-    int64_t span = cell(max_, e_) - low + 1;
-    anchor_ = low - (kCells - span) / 2;
-    scale_ = std::ldexp(1.0, -e_);
-    low_ = static_cast<double>(anchor_);
-    high_ = static_cast<double>(anchor_ + kCells);
-  }
+constexpr int64_t kCells = static_cast<int64_t>(kHistogramCells);
 
-  void refit(double v) {
-    min_ = std::min(min_, v);
-    max_ = std::max(max_, v);
-    int e = std::max(e_, least_exponent(std::max(std::fabs(min_), std::fabs(max_))));
-    auto span = [&](int x) { return cell(max_, x) - cell(min_, x) + 1; };
-    if (span(e) > kCells * 3 / 4) {
-      while (span(e) > kCells / 2) ++e;
-    }
-    std::vector<uint64_t> old(kHistogramCells, 0);
-    old.swap(cells_);
-    const int64_t old_anchor = anchor_;
-    const int shift = std::min(63, e - e_);
-    e_ = e;
-    place(cell(min_, e_));
-    for (size_t i = 0; i < old.size(); ++i) {
-      if (old[i] == 0) continue;
-      int64_t merged = (old_anchor + static_cast<int64_t>(i)) >> shift;
-      cells_[static_cast<size_t>(merged - anchor_)] += old[i];
-    }
-    ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
-  }
+// The cell numbers stay below 2^52 in magnitude, so that they and the
+// window's bounds are exact doubles: the width is at least 2^-50 of the
+// largest magnitude seen.
+int least_exponent(double magnitude) {
+  return magnitude == 0 ? -1000 : std::max(-1000, std::ilogb(magnitude) - 50);
+}
 
-  bool started_ = false;
-  int e_ = 0;
-  double scale_ = 1, low_ = 0, high_ = 0;
-  int64_t anchor_ = 0;
-  double min_ = 0, max_ = 0;
-  std::vector<uint64_t> cells_;
-};
+int64_t cell(double v, int e) {
+  return static_cast<int64_t>(std::floor(std::ldexp(v, -e)));
+}
 
 }  // namespace
+
+void HistogramCells::start(double v) {
+  started_ = true;
+  cells_.assign(kHistogramCells, 0);
+  e_ = least_exponent(std::fabs(v));
+  place(cell(v, e_), cell(v, e_));
+  ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
+}
+
+void HistogramCells::place(int64_t low, int64_t high) {
+  anchor_ = low - (kCells - (high - low + 1)) / 2;
+  scale_ = std::ldexp(1.0, -e_);
+  low_ = static_cast<double>(anchor_);
+  high_ = static_cast<double>(anchor_ + kCells);
+}
+
+void HistogramCells::refit(double v) {
+  // The cells in use, and the magnitudes they and `v` reach.
+  size_t first = 0, last = 0;
+  bool any = false;
+  for (size_t i = 0; i < cells_.size(); ++i) {
+    if (cells_[i] == 0) continue;
+    if (!any) first = i;
+    last = i;
+    any = true;
+  }
+  const int64_t low = anchor_ + static_cast<int64_t>(first);
+  const int64_t high = anchor_ + static_cast<int64_t>(last);
+  double magnitude = std::max({std::fabs(v), std::fabs(std::ldexp(static_cast<double>(low), e_)),
+                               std::fabs(std::ldexp(static_cast<double>(high + 1), e_))});
+  int e = std::max(e_, least_exponent(magnitude));
+  // At width 2^x the cells in use become low >> (x - e_) to high >> (x - e_).
+  auto low_at = [&](int x) { return std::min(low >> std::min(63, x - e_), cell(v, x)); };
+  auto high_at = [&](int x) { return std::max(high >> std::min(63, x - e_), cell(v, x)); };
+  auto span = [&](int x) { return high_at(x) - low_at(x) + 1; };
+  if (span(e) > kCells * 3 / 4) {
+    while (span(e) > kCells / 2) ++e;
+  }
+  std::vector<uint64_t> old(kHistogramCells, 0);
+  old.swap(cells_);
+  const int64_t old_anchor = anchor_;
+  const int shift = std::min(63, e - e_);
+  const int64_t new_low = low_at(e), new_high = high_at(e);
+  e_ = e;
+  place(new_low, new_high);
+  for (size_t i = first; i <= last; ++i) {
+    if (old[i] == 0) continue;
+    int64_t merged = (old_anchor + static_cast<int64_t>(i)) >> shift;
+    cells_[static_cast<size_t>(merged - anchor_)] += old[i];
+  }
+  ++cells_[static_cast<size_t>(cell(v, e_) - anchor_)];
+}
 
 // ---- one column ----
 
@@ -360,7 +358,7 @@ struct ColumnSummary {
   uint64_t finite = 0;
   double mean = 0, m2 = 0;  // the finite values' mean and sum of squared deviations
   double finite_min = 0, finite_max = 0;
-  Cells cells;
+  HistogramCells cells;
 };
 
 Summary::Summary(const DataSet& ds, const std::vector<uint32_t>& columns) : ds_(ds) {

@@ -41,6 +41,40 @@ bool locale_is_utf8();
 // `most` values is block ceil(8 * count / most) (1 to 8).
 std::string draw_histogram(const uint64_t (&steps)[8], Drawing drawing);
 
+// The cells a column's finite numbers are counted in, and the 8 steps of
+// the histogram drawn from them.
+//
+// The 8 steps span the finite minimum to the maximum, which are known only
+// at the end, so the values are first counted in kHistogramCells cells of a
+// width that is a power of two, 2^e: a value v falls in the cell numbered
+// floor(v / 2^e), and the cells kept are a window of consecutive numbers.
+// When a value falls outside the window, the window is moved to centre the
+// values seen; when they no longer fit in three quarters of it, the width
+// doubles (as often as needed) until they fit in half. Doubling merges cells
+// exactly: cell a becomes cell floor(a / 2). At the end each cell goes to
+// the step of its lower edge (or of the minimum, in the first cell), so a
+// value lies in the step it is drawn in unless a step's edge falls inside
+// its cell: the error is at most one cell, at most a 1/1024 of the range.
+class HistogramCells {
+ public:
+  void add(double v);  // a finite number
+  // The counts of the 8 steps from `min` to `max`, the least and the
+  // greatest number added.
+  void steps(double min, double max, uint64_t (&to)[8]) const;
+
+ private:
+  void start(double v);
+  // Centres the window on the cells numbered `low` to `high`.
+  void place(int64_t low, int64_t high);
+  void refit(double v);
+
+  bool started_ = false;
+  int e_ = 0;                              // the cells' width is 2^e_
+  double scale_ = 1, low_ = 0, high_ = 0;  // 2^-e_, and the window's cell numbers
+  int64_t anchor_ = 0;                     // the number of the window's first cell
+  std::vector<uint64_t> cells_;
+};
+
 struct ColumnSummary;  // one column's gathering, in summary.cpp
 
 class Summary {
