@@ -131,6 +131,16 @@ TEST(SummaryHistogram, Drawing) {
   EXPECT_EQ(kolvdump::draw_histogram(sparse, kolvdump::Drawing::kAscii), "#_     =");
 }
 
+TEST(SummaryDistinct, ExactBoundSharedAmongManyColumns) {
+  // 65536 each up to 32 columns of text; then 2097152 shared, at least 1024.
+  EXPECT_EQ(kolvdump::exact_distinct_bound(0), 65536u);
+  EXPECT_EQ(kolvdump::exact_distinct_bound(1), 65536u);
+  EXPECT_EQ(kolvdump::exact_distinct_bound(32), 65536u);
+  EXPECT_EQ(kolvdump::exact_distinct_bound(33), 2097152u / 33);
+  EXPECT_EQ(kolvdump::exact_distinct_bound(2048), 1024u);
+  EXPECT_EQ(kolvdump::exact_distinct_bound(100000), 1024u);
+}
+
 TEST(SummaryLocale, FirstSetVariableDecides) {
   struct Case {
     const char* all;

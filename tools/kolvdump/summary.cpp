@@ -38,8 +38,8 @@ bool in_text_order(uint64_t a, uint64_t b) {
 
 // ---- distinct and most frequent values ----
 //
-// A value of up to 8 bytes is its own 64-bit key. Up to kExactDistinct
-// distinct keys are counted exactly in an open-addressing table (grown as
+// A value of up to 8 bytes is its own 64-bit key. Up to a bound (see
+// exact_distinct_bound) distinct keys are counted exactly in an open-addressing table (grown as
 // needed, so a column of few values keeps a small one). When one more
 // distinct key arrives, the table is given up for two fixed structures fed
 // from then on:
@@ -62,6 +62,8 @@ class Frequencies {
  public:
   static constexpr size_t kCounters = 64;
   static constexpr unsigned kRegisterBits = 12;
+
+  explicit Frequencies(size_t bound = kExactDistinct) : bound_(bound) {}
 
   void add(uint64_t key) {
     ++total_;
@@ -124,7 +126,7 @@ class Frequencies {
     uint64_t count = 0;  // 0: empty
   };
 
-  // False when `key` is new and the table already holds kExactDistinct keys.
+  // False when `key` is new and the table already holds bound_ keys.
   bool add_exact(uint64_t key) {
     if (slots_.empty()) slots_.resize(64);
     size_t mask = slots_.size() - 1;
@@ -135,7 +137,7 @@ class Frequencies {
         return true;
       }
       if (s.count == 0) {
-        if (size_ == kExactDistinct) return false;
+        if (size_ == bound_) return false;
         s.key = key;
         s.count = 1;
         if (++size_ * 2 > slots_.size()) grow();
@@ -226,6 +228,7 @@ class Frequencies {
     rebuild_index();
   }
 
+  size_t bound_;
   uint64_t total_ = 0;
   bool estimating_ = false;
   std::vector<Slot> slots_;
@@ -347,7 +350,10 @@ struct ColumnSummary {
   uint32_t column = 0;
   bool character = false;
   uint64_t missing = 0;
-  // Character column: its values. Numeric column: the text met in it.
+  // Character column: its values. Numeric column: the text met in it,
+  // counted exactly up to the least bound (such text is rare, its distinct
+  // count is not shown).
+  explicit ColumnSummary(size_t bound) : texts(bound) {}
   Frequencies texts;
   // Numeric column.
   uint64_t numbers = 0;
@@ -361,9 +367,17 @@ struct ColumnSummary {
   HistogramCells cells;
 };
 
+size_t exact_distinct_bound(size_t columns) {
+  return std::clamp(kExactDistinctShared / std::max<size_t>(columns, 1), kExactDistinctLeast,
+                    kExactDistinct);
+}
+
 Summary::Summary(const DataSet& ds, const std::vector<uint32_t>& columns) : ds_(ds) {
+  size_t character = 0;
+  for (uint32_t c : columns) character += ds.columns[c].character;
+  const size_t bound = exact_distinct_bound(character);
   for (uint32_t c : columns) {
-    auto s = std::make_unique<ColumnSummary>();
+    auto s = std::make_unique<ColumnSummary>(ds.columns[c].character ? bound : kExactDistinctLeast);
     s->column = c;
     s->character = ds.columns[c].character;
     columns_.push_back(std::move(s));
@@ -575,7 +589,8 @@ std::vector<std::string> fields(const DataSet& ds, const ColumnSummary& s, Drawi
     s.cells.steps(s.finite_min, s.finite_max, steps);
     f[9] = draw_histogram(steps, drawing);
   }
-  if (s.texts.total() > 0) f[11] = "text: " + frequent_text(s.texts);
+  // The texts that stand out (none may, past the exact count).
+  if (std::string named = frequent_text(s.texts); !named.empty()) f[11] = "text: " + named;
   return f;
 }
 

@@ -20,9 +20,18 @@
 
 namespace kolvdump {
 
-// Distinct values are counted exactly up to this many; past it the count
-// is an estimate.
+// Distinct values are counted exactly up to this many per column; past it
+// the count is an estimate. The exact tables of all columns together hold at
+// most kExactDistinctShared values (about 64 MiB), so with more than 32
+// columns of text each column counts fewer exactly (at least
+// kExactDistinctLeast).
 inline constexpr size_t kExactDistinct = 65536;
+inline constexpr size_t kExactDistinctShared = 32 * kExactDistinct;
+inline constexpr size_t kExactDistinctLeast = 1024;
+
+// The exact bound of each column when `columns` columns count text values
+// (character columns, and numeric ones in case text lands in them).
+size_t exact_distinct_bound(size_t columns);
 // The most frequent values a line names.
 inline constexpr size_t kShownFrequent = 3;
 // The fine cells a histogram is gathered in before it is drawn in 8 steps.
