@@ -362,7 +362,10 @@ struct ColumnSummary {
   uint8_t min[8] = {}, max[8] = {};  // the elements of the least and greatest
   double min_value = 0, max_value = 0;
   uint64_t finite = 0;
-  double mean = 0, m2 = 0;  // the finite values' mean and sum of squared deviations
+  // The finite numbers' mean and sum of squared deviations, combined block
+  // by block in long double, so that numbers near the largest double do not
+  // overflow them.
+  long double mean = 0, m2 = 0;
   double finite_min = 0, finite_max = 0;
   HistogramCells cells;
 };
@@ -442,7 +445,7 @@ void Summary::add(const uint8_t* rows, size_t n) {
       sum += scratch_[i];
     }
     const double nb = static_cast<double>(count);
-    const double mean_b = sum / nb;
+    double mean_b = sum / nb;
     double m2_b = 0, err_b = 0;
     for (size_t i = 0; i < count; ++i) {
       double d = scratch_[i] - mean_b;
@@ -450,19 +453,35 @@ void Summary::add(const uint8_t* rows, size_t n) {
       err_b += d;
     }
     // The compensated two-pass form: err_b corrects the block mean's rounding.
-    m2_b -= err_b * err_b / nb;
-    double mean_block = mean_b + err_b / nb;
+    long double m2_block = m2_b - err_b * err_b / nb;
+    long double mean_block = mean_b + err_b / nb;
+    if (!std::isfinite(m2_b) || !std::isfinite(sum)) {
+      // Numbers beyond about 1e154 whose squares (or a sum beyond 1e308)
+      // overflow a double: the block again in long double, whose range
+      // holds them (the rare case; the common one stays in doubles).
+      long double lsum = 0;
+      for (size_t i = 0; i < count; ++i) lsum += scratch_[i];
+      const long double lmean = lsum / nb;
+      long double lm2 = 0, lerr = 0;
+      for (size_t i = 0; i < count; ++i) {
+        long double d = scratch_[i] - lmean;
+        lm2 += d * d;
+        lerr += d;
+      }
+      m2_block = lm2 - lerr * lerr / nb;
+      mean_block = lmean + lerr / nb;
+    }
     if (s.finite == 0) {
       s.mean = mean_block;
-      s.m2 = m2_b;
+      s.m2 = m2_block;
       s.finite_min = lo;
       s.finite_max = hi;
     } else {
-      const double na = static_cast<double>(s.finite);
-      const double total = na + nb;
-      const double delta = mean_block - s.mean;
+      const long double na = static_cast<long double>(s.finite);
+      const long double total = na + nb;
+      const long double delta = mean_block - s.mean;
       s.mean += delta * (nb / total);
-      s.m2 += m2_b + delta * delta * (na * nb / total);
+      s.m2 += m2_block + delta * delta * (na * nb / total);
       s.finite_min = std::min(s.finite_min, lo);
       s.finite_max = std::max(s.finite_max, hi);
     }
@@ -581,9 +600,10 @@ std::vector<std::string> fields(const DataSet& ds, const ColumnSummary& s, Drawi
     f[6] = element_text(s.max, ds.width);
   }
   if (s.finite > 0) {
-    f[7] = double_text(s.mean);
+    f[7] = double_text(static_cast<double>(s.mean));
     if (s.finite > 1) {
-      f[8] = double_text(std::sqrt(std::max(0.0, s.m2) / static_cast<double>(s.finite - 1)));
+      long double variance = std::max(0.0L, s.m2) / static_cast<long double>(s.finite - 1);
+      f[8] = double_text(static_cast<double>(std::sqrt(variance)));
     }
     uint64_t steps[8];
     s.cells.steps(s.finite_min, s.finite_max, steps);
