@@ -111,8 +111,7 @@ struct Files {
 };
 
 struct Counters {
-  uint32_t row = 0;    // rows in the output, including appended-to rows
-  int32_t srcrow = 1;  // current input line, for reports
+  uint32_t row = 0;  // rows in the output, including appended-to rows
 };
 
 struct Run {

@@ -8,13 +8,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
 #include "base/paths.hpp"
+#include "driver/plan.hpp"
 #include "engine/loops.hpp"
-#include "engine/readbuf.hpp"
 #include "format/dataset.hpp"
 
 namespace kolv {
@@ -247,31 +249,36 @@ int convert_and_complete(Run& run) {
   }
   settle_element_type(run);
 
-  run.rb.infp = std::fopen(run.set.infile, "rb");
+  Source source{std::fopen(run.set.infile, "rb"), run.set.infile};
+  run.rb.infp = source.file;
   // A directory opens like a file here but holds no text to convert.
-  if (run.rb.infp == nullptr || is_directory(run.rb.infp)) getout("KOLV - Can't open input file\n");
-  if (v.varin >= 1001) {
-    try {
-      v.vrec.assign(static_cast<size_t>(v.varin), 0);
-    } catch (const std::bad_alloc&) {
-      getout("KOLV - Insufficient memory (2)\n");
-    }
+  if (source.file == nullptr || is_directory(source.file)) getout("KOLV - Can't open input file\n");
+  const Plan plan = make_plan(run);
+  std::unique_ptr<Engine> engine;
+  try {
+    engine = std::make_unique<Engine>(plan, run.io);
+  } catch (const std::bad_alloc&) {
+    getout("KOLV - Insufficient memory (2)\n");
   }
   run.files.fout = std::fopen(run.files.outtmp, "ab");
   if (run.files.fout == nullptr) getout(kCantOpenTemporaryOutput);
   // Rows leave in whole blocks; an unbuffered stream makes every block one
   // write, so a failed write is seen at the block that failed.
   std::setvbuf(run.files.fout, nullptr, _IONBF, 0);
+  RowSink sink{run.files.fout};
 
-  int status = select_and_run_loop(run);
+  LoopStatus status = engine->convert(source, sink);
+  run.cnt.row += engine->rows;
+  v.vrec = std::move(engine->vrec);
 
-  if (std::fclose(run.files.fout) != 0 && status == 0) status = 2;
+  if (std::fclose(run.files.fout) != 0 && status == kLoopDone) status = kLoopWriteFailed;
   run.files.fout = nullptr;
   close_file(run.rb.infp);
 
   report_character_data(run);
-  if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
-  if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
+  if (status == kLoopNoMemory) std::fputs("KOLV - Out of memory 2\n", run.io.out);
+  if (status == kLoopWriteFailed)
+    std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
   if (run.set.appending) {
     // The final header is the step that completes an appended data set: a
     // signal is seen either before it (the data set is restored) or after

@@ -5,18 +5,13 @@
 #include <cstdint>
 
 #include "base/state.hpp"
+#include "engine/loops.hpp"
+#include "engine/plan.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"
 
 namespace kolv {
-
-enum class RowLayout {
-  kSoft,        // blanks, tabs, CRs, LFs and commas separate; rows ignore lines
-  kNewline,     // one LF between fields; a row is the next n lines
-  kHardStream,  // one delimiter between fields; line ends are blanks
-  kLinePerRow,  // one delimiter between fields; each line is one row
-};
 
 enum class RowEnd { kRow, kIncomplete, kRejected };
 
@@ -46,15 +41,15 @@ inline char* skip(ReadBuffer& rb, char* p, int32_t& srcrow) {
   }
 }
 
-// Reads one row of n fields into slots (8 bytes each). types holds one byte
-// per field: 1 numeric, 0 character.
+// Reads one row of n fields into slots (8 bytes each), each field by the
+// scanner of its kind.
 template <RowLayout L>
-inline RowEnd read_row(Run& run, char*& pos, char* slots, int n, const uint8_t* types,
+inline RowEnd read_row(Engine& engine, char*& pos, char* slots, int n, const FieldKind* types,
                        bool& partial) {
-  ReadBuffer& rb = run.rb;
-  int32_t& srcrow = run.cnt.srcrow;
-  const char delimiter = run.lay.delimiter;
-  const bool ndels = run.lay.ndels != 0;
+  ReadBuffer& rb = engine.rb;
+  int32_t& srcrow = engine.srcrow;
+  const char delimiter = engine.plan.delimiter;
+  const bool ndels = engine.plan.delimiter_after_last;
   char* p = pos;
   for (int k = 0; k < n; ++k) {
     char* slot = slots + 8 * static_cast<size_t>(k);
@@ -73,9 +68,10 @@ inline RowEnd read_row(Run& run, char*& pos, char* slots, int n, const uint8_t* 
       store_missval(slot);
     } else {
       uint32_t status;
-      p = types[k] ? scandbl(run, p, slot, k, status) : scanstr(run, p, slot, k, status);
+      p = types[k] == FieldKind::kNumeric ? scandbl(engine, p, slot, k, status)
+                                          : scanstr(engine, p, slot, k, status);
       if (status == 0) {
-        sourcerr(run, kBadData, p, srcrow);
+        sourcerr(engine, kBadData, p, srcrow);
         return RowEnd::kRejected;
       }
     }
@@ -101,7 +97,7 @@ inline RowEnd read_row(Run& run, char*& pos, char* slots, int n, const uint8_t* 
         return RowEnd::kIncomplete;
       }
       if (next != separator) {
-        sourcerr(run, kMissingDelimiter, p, srcrow);
+        sourcerr(engine, kMissingDelimiter, p, srcrow);
         return RowEnd::kRejected;
       }
       char* consumed = p++;
@@ -116,21 +112,21 @@ inline RowEnd read_row(Run& run, char*& pos, char* slots, int n, const uint8_t* 
         }
         if (*p == '\0' && !ndels) {
           const char* at = rb.fills == fills ? consumed : rb.inbuff.get();
-          sourcerr(run, kUnexpectedDelimiter, at, line);
+          sourcerr(engine, kUnexpectedDelimiter, at, line);
           return RowEnd::kRejected;
         }
       }
     } else {  // line per row
       if (next == delimiter) {
         if (last) {
-          sourcerr(run, kUnexpectedDelimiter, p, srcrow);
+          sourcerr(engine, kUnexpectedDelimiter, p, srcrow);
           return RowEnd::kRejected;
         }
         ++p;
       } else if (at_end) {
         if (!last) partial = true;
       } else if (next != '\n') {
-        sourcerr(run, kMissingDelimiter, p, srcrow);
+        sourcerr(engine, kMissingDelimiter, p, srcrow);
         return RowEnd::kRejected;
       } else if (!last) {
         partial = true;

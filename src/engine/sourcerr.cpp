@@ -23,12 +23,12 @@ void dump_bytes(FILE* out, const char* position, size_t limit, bool with_closing
   if (with_closing_quote) std::fputs("\"\n", out);
 }
 
-int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line) {
+int32_t sourcerr(Engine& engine, int32_t kind, const char* position, int32_t line) {
   if (kind < 1 || kind > 4) getout("KOLV - Internal error 303\n");
-  FILE* out = run.io.out;
-  double offset = static_cast<int32_t>(position - run.rb.inbuff.get());
+  FILE* out = engine.io.out;
+  double offset = static_cast<int32_t>(position - engine.rb.inbuff.get());
   double at_line = line;
-  const char* infile = run.set.infile;
+  const char* infile = engine.input_name.c_str();
   switch (kind) {
     case kMissingDelimiter:
       std::fputs("Missing delimiter - file ", out);
@@ -56,23 +56,24 @@ int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line) {
   return kind;
 }
 
-void report_packed_bad_data(Run& run, int64_t record_number, int64_t offset, const char* text) {
-  FILE* out = run.io.out;
+void report_packed_bad_data(Engine& engine, int64_t record_number, int64_t offset,
+                            const char* text) {
+  FILE* out = engine.io.out;
   // Both offsets print in decimal, the one labelled hex too.
   const double line = static_cast<double>(record_number);
   const double at = static_cast<double>(offset);
   std::fputs("Bad data - file ", out);
-  std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex, %1.0f decimal:\n", run.set.infile,
-               line, at, at);
+  std::fprintf(out, "%s,  line %1.0f,  file offset %1.0f hex, %1.0f decimal:\n",
+               engine.input_name.c_str(), line, at, at);
   dump_bytes(out, text, 16, true);
 }
 
-void report_extra_bytes(Run& run, const char* bytes, size_t available, int64_t extra) {
+void report_extra_bytes(Engine& engine, const char* bytes, size_t available, int64_t extra) {
   if (available == 0 || *bytes == '\n' || *bytes == '\r') return;
-  std::fprintf(run.io.out, "%u extra bytes at end of file %s:\n", static_cast<unsigned>(extra),
-               run.set.infile);
+  std::fprintf(engine.io.out, "%u extra bytes at end of file %s:\n", static_cast<unsigned>(extra),
+               engine.input_name.c_str());
   // The ASCII line of this report has no closing quote.
-  dump_bytes(run.io.out, bytes, std::min<size_t>(available, static_cast<size_t>(extra)), false);
+  dump_bytes(engine.io.out, bytes, std::min<size_t>(available, static_cast<size_t>(extra)), false);
 }
 
 }  // namespace kolv
