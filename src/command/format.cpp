@@ -8,6 +8,7 @@
 
 #include "base/fatal.hpp"
 #include "base/text.hpp"
+#include "command/messages.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
@@ -15,8 +16,6 @@
 namespace kolv {
 
 namespace {
-
-constexpr char kOutOfMemory4[] = "KOLV - Out of memory 4\n";
 
 // Longest record a description may declare (one full read of the buffer).
 constexpr long kMaxRecord = 131072;
@@ -143,8 +142,7 @@ int scanformat(Run& run, const char* p) {
   run.lay.varformat = 2;
   long record = read_number(p);
   if (record == 0 || record > kMaxRecord) {
-    std::fprintf(run.io.out, "KOLV - Record length must be 1-%d bytes\n",
-                 static_cast<int>(kMaxRecord));
+    std::fprintf(run.io.out, kRecordLengthRange, static_cast<int>(kMaxRecord));
     return 0;
   }
   v.record = static_cast<int>(record);
@@ -177,8 +175,7 @@ int scanformat(Run& run, const char* p) {
       NameRange range;
       if (const char* at = parse_range(p, range, run.set.vpad)) return syntax_error(run, at);
       long count = range.last - range.first + 1;
-      if (count > kMaxRangeCount || !grow_tables(run, v.varin + count))
-        getout("KOLV - Too many variables (1)\n");
+      if (count > kMaxRangeCount || !grow_tables(run, v.varin + count)) getout(kTooManyVariables1);
       char stem[kNameSize + 1];
       std::memcpy(stem, v.vname, sizeof stem);
       for (long i = range.first; i <= range.last; ++i) {
@@ -187,7 +184,7 @@ int scanformat(Run& run, const char* p) {
       }
     } else {
       if (v.varin >= v.varlimit && !grow_tables(run, static_cast<long>(v.varlimit) + 1))
-        getout("KOLV - Too many variables (2)\n");
+        getout(kTooManyVariables2);
       add_field(run, cur);
     }
   }

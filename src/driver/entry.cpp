@@ -9,6 +9,7 @@
 #include "base/paths.hpp"
 #include "build_info.hpp"
 #include "command/passes.hpp"
+#include "driver/messages.hpp"
 #include "driver/setup.hpp"
 
 namespace kolv {
@@ -87,7 +88,7 @@ int run_kolv(Run& run, int argc, const char* const* argv) {
     std::fclose(run.files.fcf);  // a directory is no command file
     run.files.fcf = nullptr;
   }
-  if (run.files.fcf == nullptr) getout("KOLV - Command file <%s> not found\n", s.cfile);
+  if (run.files.fcf == nullptr) getout(kCommandFileNotFound, s.cfile);
 
   pass1(run);
   prepare_output(run);
@@ -103,7 +104,7 @@ int kolv_main(int argc, const char* const* argv, Console io) {
   try {
     run = new Run;
   } catch (const std::bad_alloc&) {
-    std::fputs("KOLV - Insufficient memory (1)\n", io.out);
+    std::fputs(kInsufficientMemory1, io.out);
     return 255;
   }
   run->io = io;

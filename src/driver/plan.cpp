@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "base/fatal.hpp"
+#include "driver/messages.hpp"
 
 namespace kolv {
 
@@ -19,7 +20,7 @@ RowLayout delimited_layout(int fmtflag, char delimiter) {
     case 6:
       return RowLayout::kLinePerRow;
     default:
-      getout("KOLV - Internal error 301\n");
+      getout(kInternalError301);
   }
 }
 

@@ -19,6 +19,7 @@
 #include "base/fatal.hpp"
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
+#include "engine/messages.hpp"
 #include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/rowblock.hpp"
@@ -63,13 +64,11 @@ int64_t check_line_ends(Engine& engine) {
   const bool crlf = first == '\r';
   FILE* out = engine.io.out;
   if (engine.plan.fit_record_to_line_ends) {
-    std::fputs(crlf ? "Records beginning with CR/LF..." : "Records beginning with newline...", out);
+    std::fputs(crlf ? kRecordsBeginWithCrLf : kRecordsBeginWithNewline, out);
     record += crlf ? 2 : 1;
-    std::fprintf(out, " Setting record length to %d\n", static_cast<int>(record));
+    std::fprintf(out, kSettingRecordLength, static_cast<int>(record));
   } else {
-    std::fputs(crlf ? "KOLV WARNING: some records begin with CR/LF\n"
-                    : "KOLV WARNING: some records begin with newlines\n",
-               out);
+    std::fputs(crlf ? kSomeRecordsBeginWithCrLf : kSomeRecordsBeginWithNewlines, out);
   }
   return record;
 }

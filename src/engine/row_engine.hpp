@@ -10,6 +10,7 @@
 #include "engine/elements.hpp"
 #include "engine/layouts.hpp"
 #include "engine/loops.hpp"
+#include "engine/messages.hpp"
 #include "engine/rowblock.hpp"
 
 namespace kolv {
@@ -90,9 +91,7 @@ LoopStatus row_loop(Engine& engine) {
     if (*pos == '\0') break;
   }
   if (writer.flush() == BlockWrite::kFailed) return kLoopWriteFailed;
-  if (L == RowLayout::kLinePerRow && partial)
-    std::fputs("WARNING:  Partial record(s) found, completed with missing values.\n",
-               engine.io.err);
+  if (L == RowLayout::kLinePerRow && partial) std::fputs(kPartialRecords, engine.io.err);
   return kLoopDone;
 }
 

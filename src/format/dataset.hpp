@@ -102,9 +102,17 @@ uint32_t data_offset(uint32_t columns);
 // or 8 leaves the element type code and size at 0.
 void build_header(uint8_t uhout[kHeaderSize], int otyp, int cplx, uint32_t rows, uint32_t columns);
 
-// Reads the header of a file offered for append into `uhout` and returns 96
-// when rows may be appended; ends the run through getout otherwise.
-int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]);
+// What the header of a file offered for append says.
+enum class HeaderCheck {
+  kVersion96,     // a finished data set in this machine's order: rows may be appended
+  kVersion92,     // the older format
+  kReversed,      // a data set in the other byte order
+  kUnrecognised,  // anything else, an unfinished data set included
+};
+
+// Reads the header of a file offered for append into `uhout` and tells what
+// it is; the caller says what is wrong with it.
+HeaderCheck ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]);
 
 // The row count stored at 80.
 uint32_t header_rows(const uint8_t uhout[kHeaderSize]);
