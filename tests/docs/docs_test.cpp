@@ -28,6 +28,9 @@
 #include <string>
 #include <vector>
 
+#include "support/files.hpp"
+#include "support/scratch.hpp"
+
 extern char** environ;
 
 namespace {
@@ -47,12 +50,8 @@ struct Outcome {
   std::string why;  // why it did not start
 };
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using kolv_support::read_file;
+using kolv_support::ScratchDir;
 
 bool is_directory(const std::string& path) {
   struct stat st {};
@@ -133,30 +132,6 @@ Outcome run(const std::string& program, const std::vector<std::string>& args,
   return result;
 }
 
-// A temporary directory, removed with its files when the test ends.
-class ScratchDir {
- public:
-  ScratchDir() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kolv_docs_XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (mkdtemp(name.data()) != nullptr) path_ = name.data();
-  }
-  ~ScratchDir() {
-    if (path_.empty()) return;
-    for (const std::string& f : list_dir(path_)) unlink((path_ + "/" + f).c_str());
-    rmdir(path_.c_str());
-  }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 std::string describe(const Outcome& o) {
   return "exit status " + std::to_string(o.status) + "\n--- standard output:\n" + o.out +
          "--- standard error:\n" + o.err;
@@ -189,7 +164,7 @@ void renders_with_groff(const std::string& page) {
     GTEST_SKIP() << "groff is not installed (Debian/Ubuntu: apt-get install groff-base); "
                     "the manual pages cannot be checked";
   }
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(groff, {"-man", "-Tutf8", "-ww", "-z", page}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -203,7 +178,7 @@ void renders_with_man(const std::string& page) {
     GTEST_SKIP() << "man is not installed (Debian/Ubuntu: apt-get install man-db); "
                     "the manual pages cannot be checked";
   }
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(man, {"--warnings=w", "-l", page}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -214,7 +189,7 @@ void renders_with_man(const std::string& page) {
 
 // kolv(1)'s title line names the version that the banner prints.
 void kolv_page_has_banner_version(const std::string& page) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(kKolv, {}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -399,7 +374,7 @@ void kolvdump_page_has_every_message(const std::string& page) {
 // Every option of kolvdump's usage line appears in kolvdump(1), written with
 // roff's minus signs.
 void kolvdump_page_names_every_option(const std::string& page) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(kKolvdump, {"--help"}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -424,7 +399,7 @@ void kolvdump_page_names_every_option(const std::string& page) {
 // --- examples -----------------------------------------------------------------
 
 void example_reads_back_as_expected(const std::string& folder) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   const std::string work = scratch.path();
 

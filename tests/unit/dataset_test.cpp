@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/state.hpp"
+#include "support/dataset.hpp"
 
 namespace {
 
@@ -29,13 +30,7 @@ struct TempFile {
   TempFile& operator=(const TempFile&) = delete;
 };
 
-void put32(Bytes& b, size_t at, uint32_t v) {
-  if (b.size() < at + 4) b.resize(at + 4, 0);
-  b[at] = static_cast<uint8_t>(v & 0xFF);
-  b[at + 1] = static_cast<uint8_t>((v >> 8) & 0xFF);
-  b[at + 2] = static_cast<uint8_t>((v >> 16) & 0xFF);
-  b[at + 3] = static_cast<uint8_t>((v >> 24) & 0xFF);
-}
+using kolv_support::put32;
 
 // A finished header of `rows` rows of `columns` doubles, set field by field
 // from the layout table.
