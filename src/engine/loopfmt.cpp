@@ -82,8 +82,8 @@ struct ReadSizeRestore {
 // One numeric field into its element; false when it holds no number and is
 // not blank (bad data).
 template <int W>
-bool convert_numeric(Engine& engine, PackedRecord rec, const PackedField& f, int index, char* text,
-                     char* element) {
+bool convert_numeric(Engine& engine, char mstring, PackedRecord rec, const PackedField& f,
+                     int index, char* text, char* element) {
   char slot[8];
   uint32_t status = 0;
   const unsigned char first = static_cast<unsigned char>(field_byte(rec, f.start));
@@ -101,8 +101,8 @@ bool convert_numeric(Engine& engine, PackedRecord rec, const PackedField& f, int
     return true;
   }
   double number;
-  if (f.start + f.width <= rec.length && packed_number(rec.bytes + f.start, f.width, f.decimals,
-                                                       engine.plan.missing_symbol, &number)) {
+  if (f.start + f.width <= rec.length &&
+      packed_number(rec.bytes + f.start, f.width, f.decimals, mstring, &number)) {
     engine.rb.cperr = text;  // where scandbltemp would have left it
     std::memcpy(slot, &number, 8);
     put_element<W>(element, slot);
@@ -130,7 +130,10 @@ LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
   const size_t row_bytes = static_cast<size_t>(W) * static_cast<size_t>(n);
   if (row_bytes > static_cast<size_t>(kBlockBytes)) return kLoopNoMemory;
 
-  const std::vector<PackedField>& fields = plan.fields;
+  // Read once: the rows' element stores could otherwise make every field
+  // reload them through the plan.
+  const PackedField* const fields = plan.fields.data();
+  const char mstring = plan.missing_symbol;
   std::unique_ptr<char[]> text;
   try {
     text.reset(new char[static_cast<size_t>(record + 2 * kBlankRun + 8)]);
@@ -169,7 +172,7 @@ LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
       if (f.type == 0) {
         const int64_t keep = std::min<int64_t>(f.width, W);
         for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
-      } else if (!convert_numeric<W>(engine, rec, f, j, text.get(), element)) {
+      } else if (!convert_numeric<W>(engine, mstring, rec, f, j, text.get(), element)) {
         report_packed_bad_data(engine, index + 1, index * record + f.start, rb.cperr);
         end_quietly();
       }
