@@ -5,9 +5,9 @@
 
 #include "base/fatal.hpp"
 #include "base/text.hpp"
-#include "command/format.hpp"
 #include "command/messages.hpp"
 #include "command/names.hpp"
+#include "command/packed_record.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
 
@@ -23,7 +23,7 @@ const char* step(const char* p) {
 }  // namespace
 
 int scandel(Run& run, const char*& p) {
-  Layout& lay = run.lay;
+  InvarSettings& lay = run.lay;
   p = skip_blanks(p);
   lay.ndels = 0;
   lay.fmtflag |= 2;

@@ -28,7 +28,7 @@ RowLayout delimited_layout(int fmtflag, char delimiter) {
 
 Plan make_plan(const Run& run) {
   const Settings& set = run.set;
-  const Layout& lay = run.lay;
+  const InvarSettings& lay = run.lay;
   const Variables& vars = run.vars;
   Plan plan;
   const int fmtflag = lay.fmtflag | (lay.allout ? 8 : 0);
@@ -49,11 +49,7 @@ Plan make_plan(const Run& run) {
 
   if (plan.layout == RowLayout::kPacked) {
     plan.record_length = vars.record;
-    plan.fields.reserve(inputs);
-    for (size_t i = 0; i < inputs; ++i) {
-      const FieldLayout& f = vars.fmv[i];
-      plan.fields.push_back({f.type, f.decimals, f.start, f.width});
-    }
+    plan.fields.assign(vars.fmv.begin(), vars.fmv.begin() + static_cast<std::ptrdiff_t>(inputs));
     plan.fit_record_to_line_ends = set.noauto == 0;
   }
   return plan;

@@ -53,7 +53,7 @@ struct Engine {
 
   const Plan& plan;
   Console io;
-  ReadBuffer rb;           // the input's text, 131072 bytes at a time
+  ReadBuffer rb;           // the input's text, kReadSize bytes at a time
   std::string input_name;  // the source's name, for reports
   FILE* sink = nullptr;    // the row sink's stream
   uint32_t rows = 0;       // rows written by this conversion

@@ -64,7 +64,7 @@ void scandbltemp(Engine& engine, const char* text, char* value, int index, uint3
 // rebuilt text. Wide: a field of at most 16 bytes is read in one 16-byte
 // load (where that is built), others eight bytes at a time; at least 16
 // readable bytes must follow the field's start and 8 its end (the read
-// buffer keeps 4096 after its text). Both readings decide the same fields
+// buffer keeps kReadSlack bytes after its text). Both readings decide the same fields
 // with the same values.
 template <bool Wide>
 bool packed_number_as(const char* field, int64_t width, int decimals, char mstring, double* out);

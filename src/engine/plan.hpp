@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/state.hpp"
+
 namespace kolv {
 
 // How rows are laid out in the input.
@@ -29,15 +31,6 @@ enum class ElementType : int {
 enum class FieldKind : uint8_t {
   kCharacter = 0,
   kNumeric = 1,
-};
-
-// One field of a packed record: its kind, its implied decimals and the
-// columns it takes (from 0).
-struct PackedField {
-  uint8_t type;  // 1 numeric, 0 character
-  uint8_t decimals;
-  int64_t start;
-  int64_t width;
 };
 
 struct Plan {

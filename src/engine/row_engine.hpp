@@ -1,5 +1,5 @@
 // The row engine: reads rows by a layout's rules, turns each into output
-// elements and writes them in blocks of at most 131072 bytes.
+// elements and writes them in blocks of at most kBlockBytes.
 #pragma once
 
 #include <cstdio>

@@ -1,5 +1,5 @@
 // The block of finished rows that every row loop fills and writes: at most
-// 131072 bytes, one write call per full block.
+// kBlockBytes, one write call per full block.
 #pragma once
 
 #include <sys/types.h>

@@ -121,7 +121,7 @@ inline char* scanstr_as(Engine& engine, char* pos, char* slot, int field, uint32
         const int variable = field / engine.plan.parts();
         mark_character(engine, variable, 1);
         if (t > 8) mark_character(engine, variable, 255);
-        // The read buffer keeps 4096 bytes after its text: 8 may be loaded.
+        // The read buffer keeps kReadSlack bytes after its text: 8 may be loaded.
         uint64_t bytes = numparse_detail::load8(pos);
         if (t < 8) bytes &= (uint64_t{1} << (8 * t)) - 1;
         std::memcpy(slot, &bytes, 8);
@@ -221,7 +221,7 @@ inline char* scandbl_as(Engine& engine, char* pos, char* slot, int field, uint32
     const char c = *pos;
     if (c != engine.plan.missing_symbol && starts_number(c)) {
       double value;
-      // The text lies in the read buffer, which keeps 4096 bytes after it.
+      // The text lies in the read buffer, which keeps kReadSlack bytes after it.
       const char* end = Wide ? parse_field(pos, &value) : parse_double_padded(pos, &value);
       if (end != pos && *end != '\0') {
         engine.rb.cperr = pos;

@@ -134,7 +134,7 @@ uint32_t header_rows(const uint8_t uhout[kHeaderSize]) {
 VarBlockWrite write_variable_block(FILE* out, const char* names, const uint8_t* types, int count) {
   size_t n = static_cast<size_t>(count);
   if (std::fseek(out, kHeaderSize, SEEK_SET) != 0) return VarBlockWrite::kNamesFailed;
-  if (n > 0 && std::fwrite(names, n * kNameBytes, 1, out) != 1) return VarBlockWrite::kNamesFailed;
+  if (n > 0 && std::fwrite(names, n * kNameSize, 1, out) != 1) return VarBlockWrite::kNamesFailed;
   if (n > 0 && std::fwrite(types, n, 1, out) != 1) return VarBlockWrite::kTypesFailed;
   if (n % 8 != 0) {
     static constexpr char kZeros[8] = {};

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/limits.hpp"
+
 namespace kolv {
 
 inline constexpr int kHeaderSize = 128;
@@ -38,9 +40,6 @@ inline constexpr uint32_t kTypeDouble = 1008;
 inline constexpr uint64_t kMissvalBits = 0x7FFFFFFF00000000ULL;
 inline constexpr uint32_t kMissing32 = 0x7FFFFFF8;
 inline constexpr uint16_t kMissing16 = 0x8000;
-
-// Bytes of one variable name in the variable block.
-inline constexpr int kNameBytes = 32;
 
 // Little-endian 32-bit word access in a byte image.
 inline void store_le32(uint8_t* at, uint32_t value) {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "base/state.hpp"
-#include "command/format.hpp"
+#include "command/packed_record.hpp"
 #include "driver/plan.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"

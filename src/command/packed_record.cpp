@@ -1,4 +1,4 @@
-#include "command/format.hpp"
+#include "command/packed_record.hpp"
 
 #include <cctype>
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace kolv {
 namespace {
 
 // Longest record a description may declare (one full read of the buffer).
-constexpr long kMaxRecord = 131072;
+constexpr long kMaxRecord = kReadSize;
 
 // Columns, widths and decimals are read saturating here: far beyond any
 // record, yet start plus width still fits comfortably in 64 bits.
@@ -96,7 +96,7 @@ const char* read_group(Run& run, const char*& p, Cursor& cur) {
 // Starts the variable tables and the layout table afresh, room for 1000.
 void reset_tables(Run& run) {
   reset_input_tables(run, kOutOfMemory4);
-  std::vector<FieldLayout>& fmv = run.vars.fmv;
+  std::vector<PackedField>& fmv = run.vars.fmv;
   fmv.clear();
   fmv.shrink_to_fit();
   try {
@@ -123,7 +123,7 @@ bool grow_tables(Run& run, long capacity) {
 // Adds vname with the cursor's layout; the next field follows it directly.
 void add_field(Run& run, Cursor& cur) {
   Variables& v = run.vars;
-  FieldLayout& f = v.fmv[static_cast<size_t>(v.varin)];
+  PackedField& f = v.fmv[static_cast<size_t>(v.varin)];
   f.type = static_cast<uint8_t>(v.numeric_data);
   f.decimals = static_cast<uint8_t>(cur.decimals);
   // Positions past any record all read as blanks, so they may saturate.
