@@ -35,6 +35,7 @@ extern char** environ;
 
 namespace {
 
+const std::string kVersion = KOLV_DOCS_VERSION;  // CMake's project(VERSION)
 const std::string kKolv = KOLV_DOCS_KOLV;
 const std::string kKolvdump = KOLV_DOCS_KOLVDUMP;
 const std::string kManDir = KOLV_DOCS_MAN_DIR;
@@ -187,7 +188,20 @@ void renders_with_man(const std::string& page) {
   EXPECT_NE(o.out.find("NAME"), std::string::npos) << "nothing rendered:\n" << o.out;
 }
 
-// kolv(1)'s title line names the version that the banner prints.
+std::string roff_plain_text(const std::string& roff);
+
+// Every page's title line names the project's version.
+void page_names_project_version(const std::string& page) {
+  const std::string text = read_file(page);
+  const size_t th = text.find("\n.TH ");
+  ASSERT_NE(th, std::string::npos) << page << " has no .TH line";
+  const std::string title = text.substr(th + 1, text.find('\n', th + 1) - th - 1);
+  EXPECT_NE(title.find("\"kolv " + kVersion + "\""), std::string::npos)
+      << "the title line \"" << title << "\" should name kolv " << kVersion;
+}
+
+// kolv(1)'s title line and banner name the version that the banner prints,
+// the project's version.
 void kolv_page_has_banner_version(const std::string& page) {
   const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
@@ -207,6 +221,9 @@ void kolv_page_has_banner_version(const std::string& page) {
   std::string title = text.substr(th + 1, text.find('\n', th + 1) - th - 1);
   EXPECT_NE(title.find("\"kolv " + version + "\""), std::string::npos)
       << "the title line \"" << title << "\" should name kolv " << version;
+  EXPECT_EQ(version, kVersion) << "the banner's version is not the project's";
+  EXPECT_NE(roff_plain_text(text).find(mark + kVersion + "  ("), std::string::npos)
+      << page << " does not show the banner with version " << kVersion;
 }
 
 // The text of a roff page with its character escapes undone and its font
@@ -444,6 +461,7 @@ void register_tests() {
     const std::string page = kManDir + "/" + name;
     add_test("docs_man", name + "_groff", [page] { renders_with_groff(page); });
     add_test("docs_man", name + "_man", [page] { renders_with_man(page); });
+    add_test("docs_man", name + "_project_version", [page] { page_names_project_version(page); });
     if (name == "kolv.1") {
       add_test("docs_man", name + "_version", [page] { kolv_page_has_banner_version(page); });
       add_test("docs_man", name + "_messages", [page] { kolv_page_has_every_message(page); });
