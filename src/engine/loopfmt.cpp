@@ -120,6 +120,44 @@ bool convert_numeric(Engine& engine, char mstring, PackedRecord rec, const Packe
   return true;
 }
 
+// One record's fields into the row's elements. A numeric field that holds
+// no number ends the run after its report.
+template <int W>
+void convert_record(Engine& engine, const PackedField* fields, int n, char mstring,
+                    PackedRecord rec, int64_t index, char* text, char* out) {
+  for (int j = 0; j < n; ++j) {
+    const PackedField& f = fields[static_cast<size_t>(j)];
+    char* element = out + static_cast<size_t>(j) * W;
+    if (f.type == 0) {
+      const int64_t keep = std::min<int64_t>(f.width, W);
+      for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
+    } else if (!convert_numeric<W>(engine, mstring, rec, f, j, text, element)) {
+      report_packed_bad_data(engine, index + 1, index * rec.length + f.start, engine.rb.cperr);
+      end_quietly();
+    }
+  }
+}
+
+// Room for as many rows as a block holds; short of memory, one row fewer at
+// a time. False when not even one row fits.
+bool reserve_block(BlockWriter& writer, size_t row_bytes) {
+  size_t rows_per_block = static_cast<size_t>(kBlockBytes) / row_bytes;
+  while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
+  return rows_per_block > 0;
+}
+
+// The report of the bytes after the last whole record, which may still be
+// unread (at: where they begin in the buffer).
+void report_after_last_record(Engine& engine, size_t at, int64_t extra) {
+  ReadBuffer& rb = engine.rb;
+  char* const buffer = rb.inbuff.get();
+  if (at >= rb.buffered) {
+    fillbuff(rb, buffer + at);
+    at = 0;
+  }
+  report_extra_bytes(engine, buffer + at, rb.buffered - at, extra);
+}
+
 template <int W>
 LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
   const Plan& plan = engine.plan;
@@ -141,11 +179,8 @@ LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
   } catch (const std::bad_alloc&) {
     return kLoopNoMemory;
   }
-  // As many rows as a block holds; short of memory, one row fewer at a time.
   BlockWriter writer(engine, true);
-  size_t rows_per_block = static_cast<size_t>(kBlockBytes) / row_bytes;
-  while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
-  if (rows_per_block == 0) return kLoopNoMemory;
+  if (!reserve_block(writer, row_bytes)) return kLoopNoMemory;
 
   rb.read_size =
       static_cast<int>(record > buffer_bytes ? record : buffer_bytes - buffer_bytes % record);
@@ -164,32 +199,13 @@ LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
       // The input ended before the records its size promised.
       if (static_cast<size_t>(record) > rb.buffered) break;
     }
-    const PackedRecord rec{buffer + at, record};
-    char* out = writer.row();
-    for (int j = 0; j < n; ++j) {
-      const PackedField& f = fields[static_cast<size_t>(j)];
-      char* element = out + static_cast<size_t>(j) * W;
-      if (f.type == 0) {
-        const int64_t keep = std::min<int64_t>(f.width, W);
-        for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
-      } else if (!convert_numeric<W>(engine, mstring, rec, f, j, text.get(), element)) {
-        report_packed_bad_data(engine, index + 1, index * record + f.start, rb.cperr);
-        end_quietly();
-      }
-    }
+    convert_record<W>(engine, fields, n, mstring, PackedRecord{buffer + at, record}, index,
+                      text.get(), writer.row());
     at += static_cast<size_t>(record);
     if (writer.finish_row() == BlockWrite::kFailed) return kLoopWriteFailed;
   }
   if (writer.flush() == BlockWrite::kFailed) return kLoopWriteFailed;
-
-  if (extra > 0 && index == records) {
-    // The bytes after the last record may still be unread.
-    if (at >= rb.buffered) {
-      fillbuff(rb, buffer + at);
-      at = 0;
-    }
-    report_extra_bytes(engine, buffer + at, rb.buffered - at, extra);
-  }
+  if (extra > 0 && index == records) report_after_last_record(engine, at, extra);
   return kLoopDone;
 }
 
