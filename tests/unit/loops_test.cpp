@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "test_run.hpp"
@@ -752,6 +753,84 @@ TEST(SelectedLoops, BadDataStops) {
             "Bad data - file /data/in.asc,  line 1,  file offset 4 hex,  4 decimal:\n"
             "   Hex:    2d 20 34 \n"
             "   ASCII: \"- 4\"\n");
+}
+
+// ---- the engine's entry: a plan, a source, a sink ---------------------------------
+
+// The rows of one engine over its own input, read back from its sink.
+struct EngineRun {
+  kolv_test::Capture out;
+  kolv_test::Capture err;
+  FILE* in;
+  FILE* rows = std::tmpfile();
+  kolv::LoopStatus status = kolv::kLoopNoType;
+  uint32_t rows_written = 0;
+  explicit EngineRun(const std::string& input) : in(kolv_test::file_with(input)) {}
+  ~EngineRun() {
+    std::fclose(in);
+    std::fclose(rows);
+  }
+  void convert(const kolv::Plan& plan) {
+    kolv::Engine engine(plan, kolv::Console{out.file(), err.file()});
+    kolv::Source source{in, "/data/in.asc"};
+    kolv::RowSink sink{rows};
+    status = engine.convert(source, sink);
+    rows_written = engine.rows;
+  }
+  std::string written() { return kolv_test::read_all(rows); }
+};
+
+TEST(EngineEntry, TwoEnginesOnOnePlanRunAtOnce) {
+  // Soft layout, three numbers, the second and the first output as doubles.
+  // Enough rows for many blocks and refills each, so the two overlap.
+  constexpr int kRows = 40000;
+  kolv::Plan plan;
+  plan.kinds.assign(3, kolv::FieldKind::kNumeric);
+  plan.all_columns = false;
+  plan.columns = {1, 0};
+  std::string first_input, second_input, first_rows, second_rows;
+  for (int i = 0; i < kRows; ++i) {
+    const std::string n = std::to_string(i);
+    first_input.append(n).append(" ").append(std::to_string(2 * i)).append(" 7\n");
+    first_rows += d8(2 * i) + d8(i);
+    second_input.append("-").append(n).append(",0.5,x\n");
+    second_rows += d8(0.5) + d8(-static_cast<double>(i));  // "-0" is minus zero
+  }
+  EngineRun a(first_input), b(second_input);
+  std::thread one([&] { a.convert(plan); });
+  std::thread two([&] { b.convert(plan); });
+  one.join();
+  two.join();
+  EXPECT_EQ(a.status, kolv::kLoopDone);
+  EXPECT_EQ(a.rows_written, static_cast<uint32_t>(kRows));
+  EXPECT_TRUE(a.written() == first_rows) << "the first engine's rows differ";
+  EXPECT_EQ(a.out.text(), "");
+  // "x" in a numeric field is character data, not an error: the row stands.
+  EXPECT_EQ(b.status, kolv::kLoopDone);
+  EXPECT_EQ(b.rows_written, static_cast<uint32_t>(kRows));
+  EXPECT_TRUE(b.written() == second_rows) << "the second engine's rows differ";
+  EXPECT_EQ(b.out.text(), "");
+}
+
+TEST(EngineEntry, PlanLayoutChoosesTheRowRules) {
+  // The same bytes read by the soft layout and by the line-per-row layout.
+  const std::string input = "1,2\n3\n";
+  kolv::Plan plan;
+  plan.kinds.assign(2, kolv::FieldKind::kNumeric);
+  EngineRun soft(input);
+  soft.convert(plan);
+  EXPECT_EQ(soft.status, kolv::kLoopDone);
+  // Soft: "3" then the end is an incomplete row, reported and not written.
+  EXPECT_EQ(soft.written(), d8(1) + d8(2));
+  EXPECT_EQ(soft.out.text(),
+            "End of file /data/in.asc\nLast row incomplete - line 3,  file offset 6 hex,  6 "
+            "decimal\n");
+  plan.layout = kolv::RowLayout::kLinePerRow;
+  EngineRun lines(input);
+  lines.convert(plan);
+  EXPECT_EQ(lines.status, kolv::kLoopDone);
+  EXPECT_EQ(lines.written(), d8(1) + d8(2) + d8(3) + miss8());
+  EXPECT_EQ(lines.err.text(), kPartialWarning);
 }
 
 // ---- the write log itself -----------------------------------------------------------
