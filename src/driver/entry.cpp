@@ -15,10 +15,7 @@
 namespace kolv {
 
 void hello(FILE* out) {
-  std::fprintf(out, "\nKOLV Version " KOLV_VERSION "  ( %s )\n", KOLV_BUILD_DATE);
-  std::fputs("ASCII Conversion Utility\n", out);
-  std::fputs("Converts ASCII text files into VELDA data sets.\n", out);
-  std::fputs("Copyright (c) 2026 the kolv developers.\n\n", out);
+  std::fprintf(out, kBanner, KOLV_BUILD_DATE);
 }
 
 void help(FILE* out) {

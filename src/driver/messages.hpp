@@ -2,7 +2,16 @@
 // summary, and what the format layer found wrong with a data set to append to.
 #pragma once
 
+#include "build_info.hpp"
+
 namespace kolv {
+
+// The banner of every run without "-noc": the version and the build date.
+inline constexpr char kBanner[] = "\nKOLV Version " KOLV_VERSION
+                                  "  ( %s )\n"
+                                  "ASCII Conversion Utility\n"
+                                  "Converts ASCII text files into VELDA data sets.\n"
+                                  "Copyright (c) 2026 the kolv developers.\n\n";
 
 // The command file and memory.
 inline constexpr char kCommandFileNotFound[] = "KOLV - Command file <%s> not found\n";
