@@ -56,11 +56,12 @@ std::string words(int count) {
 // A run whose buffer holds text (shorter than the read size), with nothing
 // more to read: the scanners never refill.
 struct BufferRun {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   size_t fields = 0;
   explicit BufferRun(const std::string& text) {
-    std::memcpy(run.rb.inbuff.get(), text.c_str(), text.size() + 1);
-    run.rb.theresmore = 0;
+    std::memcpy(engine.rb.inbuff.get(), text.c_str(), text.size() + 1);
+    engine.rb.theresmore = 0;
     for (char c : text) fields += c == ' ' || c == '\n' || c == ',';
   }
 };
@@ -71,11 +72,11 @@ void scan_fields(benchmark::State& state, const std::string& text, Scan scan) {
   BufferRun b(text);
   char slot[8];
   for (auto _ : state) {
-    char* p = b.run.rb.inbuff.get();
+    char* p = b.engine.rb.inbuff.get();
     uint32_t status = 0;
     int k = 0;
     while (*p != '\0') {
-      p = scan(b.run, p, slot, k, status);
+      p = scan(b.engine, p, slot, k, status);
       benchmark::DoNotOptimize(slot);
       ++p;  // the separator
       k = k == 9 ? 0 : k + 1;
@@ -135,30 +136,25 @@ void row_loop_bench(benchmark::State& state, char separator, int otyp, bool line
   FILE* sink = std::fopen("/dev/null", "wb");
   for (auto _ : state) {
     state.PauseTiming();
-    auto run = std::make_unique<kolv::Run>();
-    FILE* in = fmemopen(const_cast<char*>(text.data()), text.size(), "rb");
-    run->rb.infp = in;
-    run->files.fout = sink;
-    run->set.otyp = otyp;
-    run->vars.varin = 10;
-    run->vars.itypes.assign(16, 1);
+    kolv::Plan plan;
+    plan.element = static_cast<kolv::ElementType>(otyp);
+    plan.kinds.assign(10, kolv::FieldKind::kNumeric);
     if (line_per_row) {
-      run->lay.fmtflag = 6;
-      run->lay.delimiter = ',';
+      plan.layout = kolv::RowLayout::kLinePerRow;
+      plan.delimiter = ',';
     }
     if (some) {
-      run->vars.varout = 5;
-      for (int j = 0; j < 5; ++j) run->vars.outvec[static_cast<size_t>(j)] = 2 * j;
+      plan.all_columns = false;
+      for (int j = 0; j < 5; ++j) plan.columns.push_back(2 * j);
     }
-    kolv::first_fill(run->rb);
+    auto engine = std::make_unique<kolv::Engine>(plan, kolv::Console{});
+    kolv::Source source{fmemopen(const_cast<char*>(text.data()), text.size(), "rb"), "bench"};
+    FILE* in = source.file;
+    kolv::RowSink rows{sink};
     state.ResumeTiming();
-    int status;
-    if (some)
-      status = line_per_row ? kolv::loop_HD_HL_SOME(*run) : kolv::loop_SD_SL_SOME(*run);
-    else
-      status = line_per_row ? kolv::loop_HD_HL_ALL(*run) : kolv::loop_SD_SL_ALL(*run);
+    const int status = engine->convert(source, rows);
     state.PauseTiming();
-    if (status != 0 || run->cnt.row != 20000)
+    if (status != 0 || engine->rows != 20000)
       state.SkipWithError("the loop did not convert every row");
     std::fclose(in);
     state.ResumeTiming();

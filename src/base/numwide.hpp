@@ -10,8 +10,8 @@
 // text (more digits, an exponent, a hexadecimal "0x", no digits), which the
 // caller converts by parse_double_padded.
 //
-// The 16 bytes from p must be readable (the read buffer keeps 4096 bytes
-// after its text). Bytes after the number's end are loaded but never decide
+// The 16 bytes from p must be readable (the read buffer keeps kReadSlack
+// bytes after its text). Bytes after the number's end are loaded but never decide
 // anything: the end is the first byte that is neither a digit nor the first
 // point, and a zero byte is neither.
 //
@@ -23,11 +23,14 @@
 #include <bit>
 #include <cstdint>
 
+#include "base/limits.hpp"
 #include "base/numparse.hpp"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #define KOLV_WIDE_NUMBERS 1
+static_assert(sizeof(__m128i) <= kolv::kWidestLoad,
+              "the window is a load the buffer's slack allows");
 #else
 #define KOLV_WIDE_NUMBERS 0
 #endif

@@ -71,6 +71,66 @@ char* veldatempnam(const char* directory, const char* prefix) {
   return copy_string(name);
 }
 
+namespace {
+
+// Where the walk of path's components starts: the home directory for "~",
+// the root for an absolute path, otherwise base (or the current directory).
+// Fills result with that start and returns the components to walk.
+const char* walk_start(char* path, const char* base, WorkPath& result) {
+  const char* home = nullptr;
+  if (path[0] == '~') home = std::getenv("HOME");
+  if (home != nullptr) {
+    result.set(home);
+    if (result.n > 0 && result.s[result.n - 1] == '/') result.s[--result.n] = '\0';
+    return path + 1;
+  }
+  if (path[0] == '/') return path;  // absolute: the walk starts from the root
+  // Without HOME, "~" means the current directory.
+  if (path[0] == '~') path[0] = '.';
+  const char* dir = base;
+  char cwd[kCwdLimit];
+  if (dir == nullptr) dir = getcwdir(cwd, kCwdLimit);
+  // A one-character directory is the root, which the components supply.
+  if (dir != nullptr && std::strlen(dir) != 1) result.set(dir);
+  return path;
+}
+
+// Adds each component of walk to result: "." stays, ".." goes up.
+void walk_components(const char* walk, WorkPath& result) {
+  for (const char* p = walk; *p != '\0';) {
+    if (*p == '/') {
+      ++p;
+      continue;
+    }
+    const char* end = std::strchr(p, '/');
+    if (end == nullptr) end = p + std::strlen(p);
+    size_t clen = static_cast<size_t>(end - p);
+    if (clen == 2 && p[0] == '.' && p[1] == '.') {
+      result.up();
+    } else if (!(clen == 1 && p[0] == '.')) {
+      result.append("/", 1);
+      result.append(p, clen);
+    }
+    p = end;
+  }
+}
+
+// Copies the walked path back, with the trailing "/" it had; nothing walked
+// is the root.
+void store_walked(char* path, const WorkPath& result, bool trailing_slash) {
+  size_t out = g_strlcpy(path, result.s, kPathSize);
+  if (trailing_slash) {
+    if (out + 1 < static_cast<size_t>(kPathSize)) {
+      path[out] = '/';
+      path[out + 1] = '\0';
+    }
+  } else if (out == 0) {
+    std::strcpy(path, "/");
+  }
+}
+
+}  // namespace
+
 int pathparseex(char* path, const char* base) {
   // A buffer handed in without a terminator is cut at its last byte.
   size_t len = strnlen(path, kPathSize);
@@ -91,54 +151,11 @@ int pathparseex(char* path, const char* base) {
   }
 
   WorkPath result;
-  const char* walk = path;
-  const char* home = nullptr;
-  if (path[0] == '~') home = std::getenv("HOME");
-  if (home != nullptr) {
-    result.set(home);
-    if (result.n > 0 && result.s[result.n - 1] == '/') result.s[--result.n] = '\0';
-    walk = path + 1;
-  } else if (path[0] == '/') {
-    // Absolute: the walk starts from the root.
-  } else {
-    // Without HOME, "~" means the current directory.
-    if (path[0] == '~') path[0] = '.';
-    const char* dir = base;
-    char cwd[kCwdLimit];
-    if (dir == nullptr) dir = getcwdir(cwd, kCwdLimit);
-    // A one-character directory is the root, which the components supply.
-    if (dir != nullptr && std::strlen(dir) != 1) result.set(dir);
-  }
-
-  size_t walk_len = std::strlen(walk);
-  bool trailing_slash = walk_len > 0 && walk[walk_len - 1] == '/';
-
-  for (const char* p = walk; *p != '\0';) {
-    if (*p == '/') {
-      ++p;
-      continue;
-    }
-    const char* end = std::strchr(p, '/');
-    if (end == nullptr) end = p + std::strlen(p);
-    size_t clen = static_cast<size_t>(end - p);
-    if (clen == 2 && p[0] == '.' && p[1] == '.') {
-      result.up();
-    } else if (!(clen == 1 && p[0] == '.')) {
-      result.append("/", 1);
-      result.append(p, clen);
-    }
-    p = end;
-  }
-
-  size_t out = g_strlcpy(path, result.s, kPathSize);
-  if (trailing_slash) {
-    if (out + 1 < static_cast<size_t>(kPathSize)) {
-      path[out] = '/';
-      path[out + 1] = '\0';
-    }
-  } else if (out == 0) {
-    std::strcpy(path, "/");
-  }
+  const char* walk = walk_start(path, base, result);
+  const size_t walk_len = std::strlen(walk);
+  const bool trailing_slash = walk_len > 0 && walk[walk_len - 1] == '/';
+  walk_components(walk, result);
+  store_walked(path, result, trailing_slash);
   return 0;
 }
 

@@ -12,14 +12,9 @@
 
 #include "base/console.hpp"
 #include "base/interrupt.hpp"
+#include "base/limits.hpp"
 
 namespace kolv {
-
-inline constexpr int kReadSize = 131072;    // bytes read into the buffer at a time
-inline constexpr int kInbuffSize = 135168;  // read size plus 4096 bytes of slack
-inline constexpr int kPathSize = 1024;      // every path buffer
-inline constexpr int kNameSize = 32;        // one variable-name field
-inline constexpr int kBlockBytes = 131072;  // largest single write of rows
 
 // Thrown by getout: the one fatal exit. The message is printed by whoever
 // catches it, after files are closed and the temporary output is removed.
@@ -49,8 +44,10 @@ struct Settings {
   char outfile[kPathSize] = {};
 };
 
-// Layout settings made by INVAR (and the driver's all-variables bit).
-struct Layout {
+// The input's layout settings made by INVAR (and the driver's all-variables
+// bit), as the command language keeps them; the plan turns them into one
+// RowLayout.
+struct InvarSettings {
   int fmtflag = 0;  // 2 hard-delimited, 4 line per row, 8 all variables out
   char delimiter = ',';
   uint8_t ndels = 0;
@@ -58,12 +55,13 @@ struct Layout {
   int allout = 0;
 };
 
-// One column group entry of a packed record description.
-struct FieldLayout {
+// One field of a packed record (INVAR RECORD): its kind, its implied
+// decimals and the columns it takes (from 0).
+struct PackedField {
   uint8_t type = 1;  // 1 numeric, 0 character
   uint8_t decimals = 0;
-  int32_t start = 0;
-  int32_t width = 0;
+  int64_t start = 0;
+  int64_t width = 0;
 };
 
 // Input and output variable tables.
@@ -86,7 +84,7 @@ struct Variables {
   // every output name here instead of scanning the table. Rebuilt when stale.
   std::unordered_map<std::string, int32_t> iname_index;
   bool iname_index_valid = false;
-  std::vector<FieldLayout> fmv;  // packed records only
+  std::vector<PackedField> fmv;  // packed records only
   int record = 0;                // packed record length
 };
 
@@ -111,14 +109,13 @@ struct Files {
 };
 
 struct Counters {
-  uint32_t row = 0;    // rows in the output, including appended-to rows
-  int32_t srcrow = 1;  // current input line, for reports
+  uint32_t row = 0;  // rows in the output, including appended-to rows
 };
 
 struct Run {
   Console io;
   Settings set;
-  Layout lay;
+  InvarSettings lay;
   Variables vars;
   ReadBuffer rb;
   Files files;

@@ -5,8 +5,9 @@
 
 #include "base/fatal.hpp"
 #include "base/text.hpp"
-#include "command/format.hpp"
+#include "command/messages.hpp"
 #include "command/names.hpp"
+#include "command/packed_record.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
 
@@ -22,7 +23,7 @@ const char* step(const char* p) {
 }  // namespace
 
 int scandel(Run& run, const char*& p) {
-  Layout& lay = run.lay;
+  InvarSettings& lay = run.lay;
   p = skip_blanks(p);
   lay.ndels = 0;
   lay.fmtflag |= 2;
@@ -48,7 +49,7 @@ int scandel(Run& run, const char*& p) {
         lay.delimiter = '\\';
         break;
       default:
-        std::fputs("KOLV - Invalid delimiter\n", run.io.out);
+        std::fputs(kInvalidDelimiter, run.io.out);
         p = step(p);
         return 0;
     }
@@ -62,7 +63,7 @@ int scandel(Run& run, const char*& p) {
     lay.ndels = 1;
     p = skip_blanks(p + 1);
   }
-  if (*p != ')') std::fprintf(run.io.out, "KOLV WARNING: missing ' )' at: %s\n", p);
+  if (*p != ')') std::fprintf(run.io.out, kMissingParenthesis, p);
   p = step(p);
   return 1;
 }
@@ -72,7 +73,7 @@ int scaninvar(Run& run, Statement st) {
   const char* p = skip_blanks(argument_at(st, 6));
 
   if (starts_with_word(p, "RECORD")) {
-    if (run.set.cplx == 2) getout("KOLV - Can't read packed ASCII (COMPLEX specified)\n");
+    if (run.set.cplx == 2) getout(kPackedWithComplex);
     const char* q = skip_blanks(p + 6);
     if (*q == '=') q = skip_blanks(q + 1);
     if (is_digit(*q)) return scanformat(run, q);
@@ -85,7 +86,7 @@ int scaninvar(Run& run, Statement st) {
   v.numeric_data = 1;
   v.chardata = 0;
   run.lay.varformat = 1;
-  reset_input_tables(run, "KOLV - Out of memory 5\n");
+  reset_input_tables(run, kOutOfMemory5);
 
   scan_name_list(run, p, true, kTooManyInputVariables, [&](long count) {
     makeivar(run, count ? v.varin + count : static_cast<long>(v.varlimit) * 2);

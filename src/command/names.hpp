@@ -7,14 +7,12 @@
 #include "base/fatal.hpp"
 #include "base/state.hpp"
 #include "base/text.hpp"
+#include "command/messages.hpp"
 #include "command/statement.hpp"
 
 namespace kolv {
 
 // The report of a malformed name list, quoting the text from the fault on.
-inline constexpr char kSyntaxError[] = "KOLV - Syntax error at: %s\n";
-
-inline constexpr char kTooManyInputVariables[] = "KOLV - Too many input variables\n";
 
 // Most names one range may generate; a larger range is refused as too many.
 inline constexpr long kMaxRangeCount = 1L << 22;

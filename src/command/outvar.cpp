@@ -7,6 +7,7 @@
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
+#include "command/messages.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
@@ -15,9 +16,6 @@
 namespace kolv {
 
 namespace {
-
-constexpr char kOutOfMemory770[] = "KOLV - Out of memory 770\n";
-constexpr char kCantWriteNames2[] = "KOLV - Can't write variable names to header (2)\n";
 
 struct OutputFile {
   FILE* f = nullptr;
@@ -45,7 +43,7 @@ void makeovar(Run& run, long capacity) {
   int index = getvardex(run, v.vname);
   v.outvec[static_cast<size_t>(v.varout)] = index;
   if (index < 0) {
-    std::fprintf(run.io.out, "KOLV - Undefined variable %s\n", v.vname);
+    std::fprintf(run.io.out, kUndefinedVariable, v.vname);
     ++v.undefvar;
     return;
   }
@@ -59,7 +57,7 @@ void makeovar(Run& run, long capacity) {
 int scanoutvar(Run& run, Statement st) {
   Variables& v = run.vars;
   if (run.lay.varformat == 2) {
-    std::fprintf(run.io.out, "IGNORING: %s\n", st.data());
+    std::fprintf(run.io.out, kIgnoring, st.data());
     return 0;
   }
   v.chardata = 0;
@@ -68,16 +66,16 @@ int scanoutvar(Run& run, Statement st) {
   try {
     v.onames.assign(1000 * kNameSize, '\0');
   } catch (const std::bad_alloc&) {
-    getout("KOLV - Can't malloc memory for output variable names\n");
+    getout(kNoMemoryForOutputNames);
   }
   try {
     v.otypes.assign(1000, 0);
   } catch (const std::bad_alloc&) {
-    getout("KOLV - Can't malloc memory for output variable types\n");
+    getout(kNoMemoryForOutputTypes);
   }
   OutputFile file;
   file.f = std::fopen(run.files.outtmp, "r+b");
-  if (file.f == nullptr) getout("KOLV - Can't open temporary file 6\n");
+  if (file.f == nullptr) getout(kCantOpenTemporaryFile6);
 
   const char* p = argument_at(st, 7);
   scan_name_list(run, p, false, kOutOfMemory770,
@@ -90,9 +88,9 @@ int scanoutvar(Run& run, Statement st) {
     case VarBlockWrite::kNamesFailed:
       getout(kCantWriteNames2);
     case VarBlockWrite::kTypesFailed:
-      getout("KOLV - Can't write variable types to header (2)\n");
+      getout(kCantWriteTypes2);
     case VarBlockWrite::kPadFailed:
-      getout("KOLV - Can't write variable types to header (2a)\n");
+      getout(kCantWriteTypes2a);
     case VarBlockWrite::kDone:
       break;
   }

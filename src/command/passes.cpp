@@ -5,6 +5,7 @@
 
 #include "base/fatal.hpp"
 #include "command/invar.hpp"
+#include "command/messages.hpp"
 #include "command/outvar.hpp"
 #include "command/settings.hpp"
 #include "command/statement.hpp"
@@ -12,8 +13,6 @@
 namespace kolv {
 
 namespace {
-
-constexpr char kNoOutputFile[] = "KOLV - No output file\n";
 
 bool keyword(Statement st, const char* word) {
   return strnicmp(st.data(), word, std::strlen(word)) == 0;
@@ -56,7 +55,7 @@ void apply_setting(Run& run, Statement st) {
   } else if (keyword(st, "INVAR") || keyword(st, "OUTVAR")) {
     // handled by passes 2 and 3
   } else {
-    std::fprintf(run.io.out, "KOLV - Illegal command: %s\n", st.data());
+    std::fprintf(run.io.out, kIllegalCommand, st.data());
     ++s.err;
   }
 }
@@ -65,7 +64,7 @@ void check_after_pass1(Run& run) {
   Settings& s = run.set;
   FILE* out = run.io.out;
   if (s.inpz == 0 && s.reshape == 0) {
-    std::fputs("KOLV - No input file\n", out);
+    std::fputs(kNoInputFile, out);
     ++s.err;
     if (s.outpz == 0) {
       std::fputs(kNoOutputFile, out);
@@ -76,7 +75,7 @@ void check_after_pass1(Run& run) {
     ++s.err;
   }
   if (s.reshape == 1) {
-    std::fputs("KOLV - NODATA command not supported.\n", out);
+    std::fputs(kNodataNotSupported, out);
     end_quietly();
   }
   if (s.err > 0) end_quietly();
@@ -100,7 +99,7 @@ void pass2(Run& run) {
       run.set.file_version = 96;
     }
   }
-  if (run.vars.varin == 0) getout("KOLV - No input variables\n");
+  if (run.vars.varin == 0) getout(kNoInputVariables);
   if (run.set.scd == 0) end_quietly();
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/paths.hpp"
+#include "command/messages.hpp"
 #include "command/statement.hpp"
 
 namespace kolv {
@@ -65,18 +66,14 @@ int scanouttyp(Run& run, Statement st) {
       break;
   }
   FILE* out = run.io.out;
-  std::fprintf(out, "KOLV - Invalid output type %c\n\n", *p);
-  std::fputs("       Use: I or 2 - for 2 byte integer\n", out);
-  std::fputs("            F or 4 - for 4 byte floating point\n", out);
-  std::fputs("            D or 8 - for 8 byte floating point\n\n", out);
-  std::fputs("       Defaulting to 8 byte floating point...\n", out);
+  std::fprintf(out, kInvalidOutputType, *p);
   return run.set.otyp = 8;
 }
 
 int scanms(Run& run, Statement st) {
   const char* p = skip_separators(argument_at(st, 5));
   if (*p == '\0') {
-    std::fputs("KOLV - Missing value symbol not found\n", run.io.out);
+    std::fputs(kMissingValueSymbolNotFound, run.io.out);
     run.set.msym_found = 0;
     return 0;
   }

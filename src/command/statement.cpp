@@ -5,14 +5,11 @@
 #include <cstring>
 
 #include "base/fatal.hpp"
+#include "command/messages.hpp"
 
 namespace kolv {
 
-namespace {
-
-constexpr char kStatementTooLong[] = "KOLV - Statement too long\n";
-
-}  // namespace
+namespace {}  // namespace
 
 int getstat(Run& run) {
   FILE* fcf = run.files.fcf;
@@ -34,7 +31,7 @@ int getstat(Run& run) {
       } while (c != EOF && c != '@');
       if (c == EOF) {
         *w = '\0';
-        getout("KOLV - Open comment\n");
+        getout(kOpenComment);
       }
       continue;
     }

@@ -11,7 +11,8 @@
 namespace kolv {
 
 // Largest statement text, in bytes from the start of the buffer.
-inline constexpr int kStatementLimit = 131072;
+inline constexpr int kStatementLimit = kReadSize;
+static_assert(kStatementLimit + 1 <= kInbuffSize, "a statement and its zero byte fit the buffer");
 
 // One statement's text as getstat leaves it: without its ";", comments
 // dropped, tabs expanded. A zero byte always follows the text, so a parser

@@ -9,15 +9,13 @@
 #include "base/paths.hpp"
 #include "build_info.hpp"
 #include "command/passes.hpp"
+#include "driver/messages.hpp"
 #include "driver/setup.hpp"
 
 namespace kolv {
 
 void hello(FILE* out) {
-  std::fprintf(out, "\nKOLV Version 3.2.0  ( %s )\n", KOLV_BUILD_DATE);
-  std::fputs("ASCII Conversion Utility\n", out);
-  std::fputs("Converts ASCII text files into VELDA data sets.\n", out);
-  std::fputs("Copyright (c) 2026 the kolv developers.\n\n", out);
+  std::fprintf(out, kBanner, KOLV_BUILD_DATE);
 }
 
 void help(FILE* out) {
@@ -87,7 +85,7 @@ int run_kolv(Run& run, int argc, const char* const* argv) {
     std::fclose(run.files.fcf);  // a directory is no command file
     run.files.fcf = nullptr;
   }
-  if (run.files.fcf == nullptr) getout("KOLV - Command file <%s> not found\n", s.cfile);
+  if (run.files.fcf == nullptr) getout(kCommandFileNotFound, s.cfile);
 
   pass1(run);
   prepare_output(run);
@@ -103,7 +101,7 @@ int kolv_main(int argc, const char* const* argv, Console io) {
   try {
     run = new Run;
   } catch (const std::bad_alloc&) {
-    std::fputs("KOLV - Insufficient memory (1)\n", io.out);
+    std::fputs(kInsufficientMemory1, io.out);
     return 255;
   }
   run->io = io;

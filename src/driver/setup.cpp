@@ -8,28 +8,26 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
 #include "base/paths.hpp"
+#include "driver/messages.hpp"
+#include "driver/plan.hpp"
 #include "engine/loops.hpp"
-#include "engine/readbuf.hpp"
 #include "format/dataset.hpp"
 
 namespace kolv {
 
 namespace {
 
-constexpr char kCantOpenTemporaryOutput[] = "KOLV - Can't open temporary output file\n";
-constexpr char kCantCreateTemporaryOutput[] = "KOLV - Can't create temporary output file\n";
-constexpr char kCantWriteTypes1a[] = "KOLV - Can't write variable types to header (1a)\n";
-
 // Printed when character data meet 2- or 4-byte elements under NOCHECK, and
 // after the loop when such data were found.
 void say_character_data_lost(FILE* out) {
-  std::fputs("KOLV - OUTput TYPe D required for character data\n", out);
-  std::fputs("       Character data in output file will be lost\n", out);
+  std::fputs(kCharacterDataLost, out);
 }
 
 void close_file(FILE*& f) {
@@ -37,14 +35,26 @@ void close_file(FILE*& f) {
   f = nullptr;
 }
 
+// What is wrong with a data set that rows cannot be appended to.
+const char* append_refusal(HeaderCheck check) {
+  switch (check) {
+    case HeaderCheck::kVersion92:
+      return kVersion92AppendTarget;
+    case HeaderCheck::kReversed:
+      return kReversedAppendTarget;
+    case HeaderCheck::kUnrecognised:
+    case HeaderCheck::kVersion96:
+      break;
+  }
+  return kUnrecognisedAppendTarget;
+}
+
 // The appended-to file must be a finished version-96 data set.
 void validate_append_target(Run& run, FILE* target) {
-  uint8_t uhout[128];
-  run.set.file_version = ReadFileHeader(target, uhout);
-  if (run.set.file_version != 96) {
-    std::fclose(target);
-    getout("kolv - invalid file type for append\n");
-  }
+  uint8_t uhout[kHeaderSize];
+  const HeaderCheck check = ReadFileHeader(target, uhout);
+  if (check != HeaderCheck::kVersion96) getout("%s", append_refusal(check));
+  run.set.file_version = static_cast<int>(kFileVersion);
   run.cnt.row = header_rows(uhout);
   std::fclose(target);
 }
@@ -83,14 +93,14 @@ void write_all_variables_block(Run& run) {
   v.varout = v.varin;
   guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   FILE* f = std::fopen(run.files.outtmp, "r+b");
-  if (f == nullptr) getout("KOLV - Can't open temporary file 760\n");
+  if (f == nullptr) getout(kCantOpenTemporaryFile760);
   VarBlockWrite written = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
   if (std::fclose(f) != 0 && written == VarBlockWrite::kDone) written = VarBlockWrite::kNamesFailed;
   switch (written) {
     case VarBlockWrite::kNamesFailed:
-      getout("KOLV - Can't write variable names to header (1)\n");
+      getout(kCantWriteNames1);
     case VarBlockWrite::kTypesFailed:
-      getout("KOLV - Can't write variable types to header (1)\n");
+      getout(kCantWriteTypes1);
     case VarBlockWrite::kPadFailed:
       getout(kCantWriteTypes1a);
     case VarBlockWrite::kDone:
@@ -107,8 +117,7 @@ void settle_element_type(Run& run) {
     if (s.noauto) {
       say_character_data_lost(out);
     } else {
-      std::fputs("KOLV - Character data in output file\n", out);
-      std::fputs("       Setting output file to double precision\n", out);
+      std::fputs(kSettingDoublePrecision, out);
       s.otyp = 8;
     }
   }
@@ -126,16 +135,16 @@ void report_character_data(Run& run) {
     if (flag != 0 && v.itypes[input] == 1) found = true;
   }
   FILE* out = run.io.out;
-  if (found) std::fputs("KOLV - Found character data in numeric field\n", out);
+  if (found) std::fputs(kCharacterDataInNumericField, out);
   if (found && run.set.otyp < 8) {
     say_character_data_lost(out);
   } else if (v.chartrunc) {
-    std::fputs("KOLV - Character data longer than 8 bytes were truncated\n", out);
+    std::fputs(kCharacterDataTruncated, out);
   }
 }
 
 void complete_header(Run& run) {
-  if (run.set.file_version == 92) getout("kolv - internal error 921\n");
+  if (run.set.file_version == 92) getout(kInternalError921);
   uint8_t uhout[128];
   build_header(uhout, run.set.otyp, run.set.cplx, run.cnt.row,
                static_cast<uint32_t>(run.vars.varout));
@@ -143,7 +152,7 @@ void complete_header(Run& run) {
   if (f == nullptr) getout(kCantOpenTemporaryOutput);
   bool ok = std::fwrite(uhout, sizeof uhout, 1, f) == 1;
   if (std::fclose(f) != 0) ok = false;
-  if (!ok) getout("KOLV - Internal error 502.3\n");
+  if (!ok) getout(kInternalError5023);
 }
 
 // Opens the data set to append to for update and takes its lock before
@@ -234,7 +243,7 @@ void prepare_output(Run& run) {
   static constexpr uint8_t kZeroHeader[128] = {};
   bool ok = std::fwrite(kZeroHeader, sizeof kZeroHeader, 1, f) == 1;
   if (std::fclose(f) != 0) ok = false;
-  if (!ok) getout("KOLV - Internal error 802\n");
+  if (!ok) getout(kInternalError802);
 }
 
 int convert_and_complete(Run& run) {
@@ -247,31 +256,35 @@ int convert_and_complete(Run& run) {
   }
   settle_element_type(run);
 
-  run.rb.infp = std::fopen(run.set.infile, "rb");
+  Source source{std::fopen(run.set.infile, "rb"), run.set.infile};
+  run.rb.infp = source.file;
   // A directory opens like a file here but holds no text to convert.
-  if (run.rb.infp == nullptr || is_directory(run.rb.infp)) getout("KOLV - Can't open input file\n");
-  if (v.varin >= 1001) {
-    try {
-      v.vrec.assign(static_cast<size_t>(v.varin), 0);
-    } catch (const std::bad_alloc&) {
-      getout("KOLV - Insufficient memory (2)\n");
-    }
+  if (source.file == nullptr || is_directory(source.file)) getout(kCantOpenInputFile);
+  const Plan plan = make_plan(run);
+  std::unique_ptr<Engine> engine;
+  try {
+    engine = std::make_unique<Engine>(plan, run.io);
+  } catch (const std::bad_alloc&) {
+    getout(kInsufficientMemory2);
   }
   run.files.fout = std::fopen(run.files.outtmp, "ab");
   if (run.files.fout == nullptr) getout(kCantOpenTemporaryOutput);
   // Rows leave in whole blocks; an unbuffered stream makes every block one
   // write, so a failed write is seen at the block that failed.
   std::setvbuf(run.files.fout, nullptr, _IONBF, 0);
+  RowSink sink{run.files.fout};
 
-  int status = select_and_run_loop(run);
+  LoopStatus status = engine->convert(source, sink);
+  run.cnt.row += engine->rows;
+  v.vrec = std::move(engine->vrec);
 
-  if (std::fclose(run.files.fout) != 0 && status == 0) status = 2;
+  if (std::fclose(run.files.fout) != 0 && status == kLoopDone) status = kLoopWriteFailed;
   run.files.fout = nullptr;
   close_file(run.rb.infp);
 
   report_character_data(run);
-  if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
-  if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
+  if (status == kLoopNoMemory) std::fputs(kOutOfMemory2, run.io.out);
+  if (status == kLoopWriteFailed) std::fputs(kDiskFull, run.io.out);
   if (run.set.appending) {
     // The final header is the step that completes an appended data set: a
     // signal is seen either before it (the data set is restored) or after
@@ -290,9 +303,7 @@ int convert_and_complete(Run& run) {
     guard_clear(run.guard);
   }
   if (!run.set.quiet) {
-    std::fprintf(run.io.out, "Command file:  %s\n", run.set.cfile);
-    std::fprintf(run.io.out, "Input file:    %s\n", run.set.infile);
-    std::fprintf(run.io.out, "Output file:   %s\n", run.set.outfile);
+    std::fprintf(run.io.out, kSummary, run.set.cfile, run.set.infile, run.set.outfile);
   }
   return 0;
 }

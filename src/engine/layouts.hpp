@@ -5,18 +5,13 @@
 #include <cstdint>
 
 #include "base/state.hpp"
+#include "engine/loops.hpp"
+#include "engine/plan.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"
 
 namespace kolv {
-
-enum class RowLayout {
-  kSoft,        // blanks, tabs, CRs, LFs and commas separate; rows ignore lines
-  kNewline,     // one LF between fields; a row is the next n lines
-  kHardStream,  // one delimiter between fields; line ends are blanks
-  kLinePerRow,  // one delimiter between fields; each line is one row
-};
 
 enum class RowEnd { kRow, kIncomplete, kRejected };
 
@@ -46,99 +41,148 @@ inline char* skip(ReadBuffer& rb, char* p, int32_t& srcrow) {
   }
 }
 
-// Reads one row of n fields into slots (8 bytes each). types holds one byte
-// per field: 1 numeric, 0 character.
+namespace layout_detail {
+
+// What the bytes after a field say.
+enum class FieldEnd { kNext, kRow, kIncomplete, kRejected };
+
+// The blanks before a field: none in the soft layout (the separators after
+// the previous field took them), blanks and line ends in the hard stream,
+// blanks where a line end means something.
 template <RowLayout L>
-inline RowEnd read_row(Run& run, char*& pos, char* slots, int n, const uint8_t* types,
+[[gnu::always_inline]] inline char* skip_before_field(ReadBuffer& rb, char* p, int32_t& srcrow) {
+  if constexpr (L == RowLayout::kNewline || L == RowLayout::kLinePerRow)
+    return skip<is_blank>(rb, p, srcrow);
+  if constexpr (L == RowLayout::kHardStream) return skip<is_blank_or_lf>(rb, p, srcrow);
+  return p;
+}
+
+// The separators after a field, up to the byte that ends it.
+template <RowLayout L>
+[[gnu::always_inline]] inline char* skip_after_field(ReadBuffer& rb, char* p, int32_t& srcrow) {
+  if constexpr (L == RowLayout::kSoft) return skip<is_soft_separator>(rb, p, srcrow);
+  return skip_before_field<L>(rb, p, srcrow);
+}
+
+// Whether a field that starts with c is empty (missing).
+template <RowLayout L>
+[[gnu::always_inline]] inline bool empty_field(char c, char delimiter) {
+  if constexpr (L == RowLayout::kNewline) return c == '\n' || c == '\0';
+  if constexpr (L == RowLayout::kHardStream) return c == delimiter || c == '\0';
+  if constexpr (L == RowLayout::kLinePerRow) return c == delimiter || c == '\n' || c == '\0';
+  return false;
+}
+
+// One field by the scanner of its kind; false after the bad-data report.
+[[gnu::always_inline]] inline bool scan_field(Engine& engine, char*& p, char* slot, int k,
+                                              FieldKind kind) {
+  uint32_t status;
+  p = kind == FieldKind::kNumeric ? scandbl(engine, p, slot, k, status)
+                                  : scanstr(engine, p, slot, k, status);
+  if (status != 0) return true;
+  sourcerr(engine, kBadData, p, engine.srcrow);
+  return false;
+}
+
+// After a field of the newline layout or the hard stream: the separator
+// (LF, or the delimiter) follows unless the input ends; after the last
+// field, the input must not end right behind its separator unless DELIMIT's
+// N option says a delimiter ends every row.
+template <RowLayout L>
+[[gnu::always_inline]] inline FieldEnd separated_field_end(Engine& engine, char*& p, bool last,
+                                                           char delimiter, bool ndels) {
+  ReadBuffer& rb = engine.rb;
+  int32_t& srcrow = engine.srcrow;
+  constexpr char kNewline = '\n';
+  const char separator = L == RowLayout::kNewline ? kNewline : delimiter;
+  if (*p == '\0') return last && !ndels ? FieldEnd::kRow : FieldEnd::kIncomplete;
+  if (*p != separator) {
+    sourcerr(engine, kMissingDelimiter, p, srcrow);
+    return FieldEnd::kRejected;
+  }
+  char* consumed = p++;
+  if constexpr (L == RowLayout::kNewline) ++srcrow;
+  if (!last) return FieldEnd::kNext;
+  const int32_t line = srcrow;
+  const uint64_t fills = rb.fills;
+  if constexpr (L == RowLayout::kNewline) {
+    p = skip<is_blank>(rb, p, srcrow);
+  } else {
+    p = skip<is_blank_or_lf>(rb, p, srcrow);
+  }
+  if (*p == '\0' && !ndels) {
+    const char* at = rb.fills == fills ? consumed : rb.inbuff.get();
+    sourcerr(engine, kUnexpectedDelimiter, at, line);
+    return FieldEnd::kRejected;
+  }
+  return FieldEnd::kNext;
+}
+
+// After a field of a line per row: the delimiter before another field of
+// the line, the line end after the last; a line that ends early leaves the
+// row partial (its other fields missing).
+[[gnu::always_inline]] inline FieldEnd line_field_end(Engine& engine, char*& p, bool last,
+                                                      char delimiter, bool& partial) {
+  const char next = *p;
+  if (next == delimiter) {
+    if (last) {
+      sourcerr(engine, kUnexpectedDelimiter, p, engine.srcrow);
+      return FieldEnd::kRejected;
+    }
+    ++p;
+  } else if (next == '\0') {
+    if (!last) partial = true;
+  } else if (next != '\n') {
+    sourcerr(engine, kMissingDelimiter, p, engine.srcrow);
+    return FieldEnd::kRejected;
+  } else if (!last) {
+    partial = true;
+  } else {
+    ++p;
+    ++engine.srcrow;
+  }
+  return FieldEnd::kNext;
+}
+
+// What follows a field, by the layout's rules.
+template <RowLayout L>
+[[gnu::always_inline]] inline FieldEnd field_end(Engine& engine, char*& p, bool last,
+                                                 char delimiter, bool ndels, bool& partial) {
+  if constexpr (L == RowLayout::kSoft) {
+    return *p == '\0' && !last ? FieldEnd::kIncomplete : FieldEnd::kNext;
+  } else if constexpr (L == RowLayout::kNewline || L == RowLayout::kHardStream) {
+    return separated_field_end<L>(engine, p, last, delimiter, ndels);
+  } else {
+    return line_field_end(engine, p, last, delimiter, partial);
+  }
+}
+
+}  // namespace layout_detail
+
+// Reads one row of n fields into slots (8 bytes each), each field by the
+// scanner of its kind.
+template <RowLayout L>
+inline RowEnd read_row(Engine& engine, char*& pos, char* slots, int n, const FieldKind* types,
                        bool& partial) {
-  ReadBuffer& rb = run.rb;
-  int32_t& srcrow = run.cnt.srcrow;
-  const char delimiter = run.lay.delimiter;
-  const bool ndels = run.lay.ndels != 0;
+  using namespace layout_detail;
+  ReadBuffer& rb = engine.rb;
+  const char delimiter = engine.plan.delimiter;
+  const bool ndels = engine.plan.delimiter_after_last;
   char* p = pos;
   for (int k = 0; k < n; ++k) {
     char* slot = slots + 8 * static_cast<size_t>(k);
-    const bool last = k == n - 1;
-
-    if constexpr (L == RowLayout::kNewline || L == RowLayout::kLinePerRow)
-      p = skip<is_blank>(rb, p, srcrow);
-    if constexpr (L == RowLayout::kHardStream) p = skip<is_blank_or_lf>(rb, p, srcrow);
-
-    const char c = *p;
-    bool empty = false;
-    if constexpr (L == RowLayout::kNewline) empty = c == '\n' || c == '\0';
-    if constexpr (L == RowLayout::kHardStream) empty = c == delimiter || c == '\0';
-    if constexpr (L == RowLayout::kLinePerRow) empty = c == delimiter || c == '\n' || c == '\0';
-    if (empty) {
+    p = skip_before_field<L>(rb, p, engine.srcrow);
+    if (empty_field<L>(*p, delimiter)) {
       store_missval(slot);
-    } else {
-      uint32_t status;
-      p = types[k] ? scandbl(run, p, slot, k, status) : scanstr(run, p, slot, k, status);
-      if (status == 0) {
-        sourcerr(run, kBadData, p, srcrow);
-        return RowEnd::kRejected;
-      }
+    } else if (!scan_field(engine, p, slot, k, types[k])) {
+      return RowEnd::kRejected;
     }
-
-    if constexpr (L == RowLayout::kSoft) p = skip<is_soft_separator>(rb, p, srcrow);
-    if constexpr (L == RowLayout::kHardStream) p = skip<is_blank_or_lf>(rb, p, srcrow);
-    if constexpr (L == RowLayout::kNewline || L == RowLayout::kLinePerRow)
-      p = skip<is_blank>(rb, p, srcrow);
-
-    const char next = *p;
-    const bool at_end = next == '\0';
-    if constexpr (L == RowLayout::kSoft) {
-      if (at_end && !last) {
-        pos = p;
-        return RowEnd::kIncomplete;
-      }
-    } else if constexpr (L == RowLayout::kNewline || L == RowLayout::kHardStream) {
-      constexpr char kNewline = '\n';
-      const char separator = L == RowLayout::kNewline ? kNewline : delimiter;
-      if (at_end) {
-        pos = p;
-        if (last && !ndels) return RowEnd::kRow;
-        return RowEnd::kIncomplete;
-      }
-      if (next != separator) {
-        sourcerr(run, kMissingDelimiter, p, srcrow);
-        return RowEnd::kRejected;
-      }
-      char* consumed = p++;
-      if constexpr (L == RowLayout::kNewline) ++srcrow;
-      if (last) {
-        const int32_t line = srcrow;
-        const uint64_t fills = rb.fills;
-        if constexpr (L == RowLayout::kNewline) {
-          p = skip<is_blank>(rb, p, srcrow);
-        } else {
-          p = skip<is_blank_or_lf>(rb, p, srcrow);
-        }
-        if (*p == '\0' && !ndels) {
-          const char* at = rb.fills == fills ? consumed : rb.inbuff.get();
-          sourcerr(run, kUnexpectedDelimiter, at, line);
-          return RowEnd::kRejected;
-        }
-      }
-    } else {  // line per row
-      if (next == delimiter) {
-        if (last) {
-          sourcerr(run, kUnexpectedDelimiter, p, srcrow);
-          return RowEnd::kRejected;
-        }
-        ++p;
-      } else if (at_end) {
-        if (!last) partial = true;
-      } else if (next != '\n') {
-        sourcerr(run, kMissingDelimiter, p, srcrow);
-        return RowEnd::kRejected;
-      } else if (!last) {
-        partial = true;
-      } else {
-        ++p;
-        ++srcrow;
-      }
-    }
+    p = skip_after_field<L>(rb, p, engine.srcrow);
+    const FieldEnd end = field_end<L>(engine, p, k == n - 1, delimiter, ndels, partial);
+    if (end == FieldEnd::kNext) continue;
+    if (end == FieldEnd::kRejected) return RowEnd::kRejected;
+    pos = p;
+    return end == FieldEnd::kRow ? RowEnd::kRow : RowEnd::kIncomplete;
   }
   pos = p;
   return RowEnd::kRow;

@@ -19,6 +19,7 @@
 #include "base/fatal.hpp"
 #include "engine/elements.hpp"
 #include "engine/loops.hpp"
+#include "engine/messages.hpp"
 #include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/rowblock.hpp"
@@ -50,26 +51,26 @@ int byte_at(FILE* in, int64_t offset) {
 }
 
 // Records followed by a line end: the bytes at offsets record and 2 x record
-// tell. Under CHECK the line end joins the record; under NOCHECK a warning.
-void check_line_ends(Run& run) {
-  FILE* in = run.rb.infp;
-  int& record = run.vars.record;
+// tell. When the plan fits records to line ends the line end joins the
+// record; otherwise a warning. Returns the record length to read by.
+int64_t check_line_ends(Engine& engine) {
+  FILE* in = engine.rb.infp;
+  int64_t record = engine.plan.record_length;
   const int first = byte_at(in, record);
-  const int second = byte_at(in, 2 * static_cast<int64_t>(record));
+  const int second = byte_at(in, 2 * record);
   std::rewind(in);
   auto line_end = [](int c) { return c == '\r' || c == '\n'; };
-  if (!line_end(first) && !line_end(second)) return;
+  if (!line_end(first) && !line_end(second)) return record;
   const bool crlf = first == '\r';
-  FILE* out = run.io.out;
-  if (run.set.noauto == 0) {
-    std::fputs(crlf ? "Records beginning with CR/LF..." : "Records beginning with newline...", out);
+  FILE* out = engine.io.out;
+  if (engine.plan.fit_record_to_line_ends) {
+    std::fputs(crlf ? kRecordsBeginWithCrLf : kRecordsBeginWithNewline, out);
     record += crlf ? 2 : 1;
-    std::fprintf(out, " Setting record length to %d\n", record);
+    std::fprintf(out, kSettingRecordLength, static_cast<int>(record));
   } else {
-    std::fputs(crlf ? "KOLV WARNING: some records begin with CR/LF\n"
-                    : "KOLV WARNING: some records begin with newlines\n",
-               out);
+    std::fputs(crlf ? kSomeRecordsBeginWithCrLf : kSomeRecordsBeginWithNewlines, out);
   }
+  return record;
 }
 
 // read_size is the record-rounded size only while loopfmt runs.
@@ -81,8 +82,8 @@ struct ReadSizeRestore {
 // One numeric field into its element; false when it holds no number and is
 // not blank (bad data).
 template <int W>
-bool convert_numeric(Run& run, PackedRecord rec, const PackedField& f, int index, char* text,
-                     char* element) {
+bool convert_numeric(Engine& engine, char mstring, PackedRecord rec, const PackedField& f,
+                     int index, char* text, char* element) {
   char slot[8];
   uint32_t status = 0;
   const unsigned char first = static_cast<unsigned char>(field_byte(rec, f.start));
@@ -91,7 +92,7 @@ bool convert_numeric(Run& run, PackedRecord rec, const PackedField& f, int index
     // whole missing element of its size: a part of the missing pattern would
     // read back as a number.
     *append_field(text, rec, f.start, 0, f.width) = '\0';
-    scanstrtemp(run, text, slot, index, status);
+    scanstrtemp(engine, text, slot, index, status);
     if (slot_bits(slot) == kMissvalBits) {
       put_missing<W>(element);
     } else {
@@ -101,14 +102,14 @@ bool convert_numeric(Run& run, PackedRecord rec, const PackedField& f, int index
   }
   double number;
   if (f.start + f.width <= rec.length &&
-      packed_number(rec.bytes + f.start, f.width, f.decimals, run.set.mstring, &number)) {
-    run.rb.cperr = text;  // where scandbltemp would have left it
+      packed_number(rec.bytes + f.start, f.width, f.decimals, mstring, &number)) {
+    engine.rb.cperr = text;  // where scandbltemp would have left it
     std::memcpy(slot, &number, 8);
     put_element<W>(element, slot);
     return true;
   }
   const char* end = numeric_text(text, rec, f);
-  scandbltemp(run, text, slot, index, status);
+  scandbltemp(engine, text, slot, index, status);
   if (status == 1) {
     put_element<W>(element, slot);
   } else if (all_blanks(text, end)) {
@@ -119,35 +120,67 @@ bool convert_numeric(Run& run, PackedRecord rec, const PackedField& f, int index
   return true;
 }
 
+// One record's fields into the row's elements. A numeric field that holds
+// no number ends the run after its report.
 template <int W>
-LoopStatus convert(Run& run, int buffer_bytes) {
-  Variables& v = run.vars;
-  ReadBuffer& rb = run.rb;
+void convert_record(Engine& engine, const PackedField* fields, int n, char mstring,
+                    PackedRecord rec, int64_t index, char* text, char* out) {
+  for (int j = 0; j < n; ++j) {
+    const PackedField& f = fields[static_cast<size_t>(j)];
+    char* element = out + static_cast<size_t>(j) * W;
+    if (f.type == 0) {
+      const int64_t keep = std::min<int64_t>(f.width, W);
+      for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
+    } else if (!convert_numeric<W>(engine, mstring, rec, f, j, text, element)) {
+      report_packed_bad_data(engine, index + 1, index * rec.length + f.start, engine.rb.cperr);
+      end_quietly();
+    }
+  }
+}
+
+// Room for as many rows as a block holds; short of memory, one row fewer at
+// a time. False when not even one row fits.
+bool reserve_block(BlockWriter& writer, size_t row_bytes) {
+  size_t rows_per_block = static_cast<size_t>(kBlockBytes) / row_bytes;
+  while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
+  return rows_per_block > 0;
+}
+
+// The report of the bytes after the last whole record, which may still be
+// unread (at: where they begin in the buffer).
+void report_after_last_record(Engine& engine, size_t at, int64_t extra) {
+  ReadBuffer& rb = engine.rb;
+  char* const buffer = rb.inbuff.get();
+  if (at >= rb.buffered) {
+    fillbuff(rb, buffer + at);
+    at = 0;
+  }
+  report_extra_bytes(engine, buffer + at, rb.buffered - at, extra);
+}
+
+template <int W>
+LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
+  const Plan& plan = engine.plan;
+  ReadBuffer& rb = engine.rb;
   // Every input variable is output; the row holds them all.
-  const int n = v.varin;
-  if (n <= 0 || v.record <= 0) return kLoopDone;
+  const int n = plan.variables();
+  if (n <= 0 || record <= 0) return kLoopDone;
   const size_t row_bytes = static_cast<size_t>(W) * static_cast<size_t>(n);
   if (row_bytes > static_cast<size_t>(kBlockBytes)) return kLoopNoMemory;
 
-  const int64_t record = v.record;
-  std::vector<PackedField> fields;
+  // Read once: the rows' element stores could otherwise make every field
+  // reload them through the plan.
+  const PackedField* const fields = plan.fields.data();
+  const char mstring = plan.missing_symbol;
   std::unique_ptr<char[]> text;
   try {
-    fields.resize(static_cast<size_t>(n));
-    for (int j = 0; j < n; ++j) {
-      const FieldLayout& f = v.fmv[static_cast<size_t>(j)];
-      fields[static_cast<size_t>(j)] = {f.type, f.decimals, f.start, f.width};
-    }
     text.reset(new char[static_cast<size_t>(record + 2 * kBlankRun + 8)]);
-    if (v.vrec.size() < static_cast<size_t>(n)) v.vrec.resize(static_cast<size_t>(n), 0);
+    if (engine.vrec.size() < static_cast<size_t>(n)) engine.vrec.resize(static_cast<size_t>(n), 0);
   } catch (const std::bad_alloc&) {
     return kLoopNoMemory;
   }
-  // As many rows as a block holds; short of memory, one row fewer at a time.
-  BlockWriter writer(run, true);
-  size_t rows_per_block = static_cast<size_t>(kBlockBytes) / row_bytes;
-  while (rows_per_block > 0 && !writer.reserve(row_bytes, rows_per_block, 0)) --rows_per_block;
-  if (rows_per_block == 0) return kLoopNoMemory;
+  BlockWriter writer(engine, true);
+  if (!reserve_block(writer, row_bytes)) return kLoopNoMemory;
 
   rb.read_size =
       static_cast<int>(record > buffer_bytes ? record : buffer_bytes - buffer_bytes % record);
@@ -166,54 +199,35 @@ LoopStatus convert(Run& run, int buffer_bytes) {
       // The input ended before the records its size promised.
       if (static_cast<size_t>(record) > rb.buffered) break;
     }
-    const PackedRecord rec{buffer + at, record};
-    char* out = writer.row();
-    for (int j = 0; j < n; ++j) {
-      const PackedField& f = fields[static_cast<size_t>(j)];
-      char* element = out + static_cast<size_t>(j) * W;
-      if (f.type == 0) {
-        const int64_t keep = std::min<int64_t>(f.width, W);
-        for (int64_t k = 0; k < keep; ++k) element[k] = field_byte(rec, f.start + k);
-      } else if (!convert_numeric<W>(run, rec, f, j, text.get(), element)) {
-        report_packed_bad_data(run, index + 1, index * v.record + f.start, run.rb.cperr);
-        end_quietly();
-      }
-    }
+    convert_record<W>(engine, fields, n, mstring, PackedRecord{buffer + at, record}, index,
+                      text.get(), writer.row());
     at += static_cast<size_t>(record);
     if (writer.finish_row() == BlockWrite::kFailed) return kLoopWriteFailed;
   }
   if (writer.flush() == BlockWrite::kFailed) return kLoopWriteFailed;
-
-  if (extra > 0 && index == records) {
-    // The bytes after the last record may still be unread.
-    if (at >= rb.buffered) {
-      fillbuff(rb, buffer + at);
-      at = 0;
-    }
-    report_extra_bytes(run, buffer + at, rb.buffered - at, extra);
-  }
+  if (extra > 0 && index == records) report_after_last_record(engine, at, extra);
   return kLoopDone;
 }
 
 }  // namespace
 
-int loopfmt_buffered(Run& run, int buffer_bytes) {
-  ReadSizeRestore restore{run.rb};
-  check_line_ends(run);
-  switch (run.set.otyp) {
-    case 2:
-      return convert<2>(run, buffer_bytes);
-    case 4:
-      return convert<4>(run, buffer_bytes);
-    case 8:
-      return convert<8>(run, buffer_bytes);
-    default:
-      return kLoopNoType;
+int loopfmt_buffered(Engine& engine, int buffer_bytes) {
+  ReadSizeRestore restore{engine.rb};
+  const int64_t record = check_line_ends(engine);
+  engine.record = record;
+  switch (engine.plan.element) {
+    case ElementType::kInt16:
+      return convert<2>(engine, record, buffer_bytes);
+    case ElementType::kFloat32:
+      return convert<4>(engine, record, buffer_bytes);
+    case ElementType::kDouble:
+      return convert<8>(engine, record, buffer_bytes);
   }
+  return kLoopNoType;
 }
 
-LoopStatus loopfmt(Run& run) {
-  return static_cast<LoopStatus>(loopfmt_buffered(run, kReadSize));
+LoopStatus loopfmt(Engine& engine) {
+  return static_cast<LoopStatus>(loopfmt_buffered(engine, kReadSize));
 }
 
 }  // namespace kolv

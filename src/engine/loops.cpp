@@ -1,6 +1,5 @@
 #include "engine/loops.hpp"
 
-#include "base/fatal.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/row_engine.hpp"
 
@@ -8,110 +7,49 @@ namespace kolv {
 
 namespace {
 
-// Selected-variable loops serve every element size; the width is fixed per run.
-template <RowLayout L>
-LoopStatus some_loop(Run& run) {
-  switch (run.set.otyp) {
-    case 2:
-      return row_loop<L, 2, false>(run);
-    case 4:
-      return row_loop<L, 4, false>(run);
-    case 8:
-      return row_loop<L, 8, false>(run);
-    default:
-      return kLoopNoType;
+template <RowLayout L, bool All>
+LoopStatus by_width(Engine& engine) {
+  switch (engine.plan.element) {
+    case ElementType::kInt16:
+      return row_loop<L, 2, All>(engine);
+    case ElementType::kFloat32:
+      return row_loop<L, 4, All>(engine);
+    case ElementType::kDouble:
+      return row_loop<L, 8, All>(engine);
   }
-}
-
-// Converting all-variable loops: 2- or 4-byte elements.
-template <RowLayout L>
-LoopStatus shfl_loop(Run& run) {
-  if (run.set.otyp == 2) return row_loop<L, 2, true>(run);
-  if (run.set.otyp == 4) return row_loop<L, 4, true>(run);
   return kLoopNoType;
 }
 
 template <RowLayout L>
-LoopStatus all_dispatch(Run& run) {
-  if (run.set.otyp == 2 || run.set.otyp == 4) return shfl_loop<L>(run);
-  if (run.set.otyp == 8) return row_loop<L, 8, true>(run);
-  return kLoopNoType;
+LoopStatus by_columns(Engine& engine) {
+  return engine.plan.all_columns ? by_width<L, true>(engine) : by_width<L, false>(engine);
 }
 
 }  // namespace
 
-LoopStatus loop_SD_SL_SOME(Run& run) {
-  return some_loop<RowLayout::kSoft>(run);
-}
-LoopStatus loop_HD_NL_SOME(Run& run) {
-  return some_loop<RowLayout::kNewline>(run);
-}
-LoopStatus loop_HD_SL_SOME(Run& run) {
-  return some_loop<RowLayout::kHardStream>(run);
-}
-LoopStatus loop_HD_HL_SOME(Run& run) {
-  return some_loop<RowLayout::kLinePerRow>(run);
-}
-
-LoopStatus loop_shfl_SD_SL_ALL(Run& run) {
-  return shfl_loop<RowLayout::kSoft>(run);
-}
-LoopStatus loop_dbl_SD_SL_ALL(Run& run) {
-  return row_loop<RowLayout::kSoft, 8, true>(run);
-}
-LoopStatus loop_shfl_HD_NL_ALL(Run& run) {
-  return shfl_loop<RowLayout::kNewline>(run);
-}
-LoopStatus loop_dbl_HD_NL_ALL(Run& run) {
-  return row_loop<RowLayout::kNewline, 8, true>(run);
-}
-LoopStatus loop_shfl_HD_SL_ALL(Run& run) {
-  return shfl_loop<RowLayout::kHardStream>(run);
-}
-LoopStatus loop_dbl_HD_SL_ALL(Run& run) {
-  return row_loop<RowLayout::kHardStream, 8, true>(run);
-}
-LoopStatus loop_shfl_HD_HL_ALL(Run& run) {
-  return shfl_loop<RowLayout::kLinePerRow>(run);
-}
-LoopStatus loop_dbl_HD_HL_ALL(Run& run) {
-  return row_loop<RowLayout::kLinePerRow, 8, true>(run);
-}
-
-LoopStatus loop_SD_SL_ALL(Run& run) {
-  return all_dispatch<RowLayout::kSoft>(run);
-}
-LoopStatus loop_HD_NL_ALL(Run& run) {
-  return all_dispatch<RowLayout::kNewline>(run);
-}
-LoopStatus loop_HD_SL_ALL(Run& run) {
-  return all_dispatch<RowLayout::kHardStream>(run);
-}
-LoopStatus loop_HD_HL_ALL(Run& run) {
-  return all_dispatch<RowLayout::kLinePerRow>(run);
-}
-
-LoopStatus select_and_run_loop(Run& run) {
-  if (run.lay.varformat == 2) return loopfmt(run);
-  first_fill(run.rb);
-  if (run.lay.allout) run.lay.fmtflag |= 8;
-  const bool newline = run.lay.delimiter == '\n';
-  switch (run.lay.fmtflag) {
-    case 0:
-      return loop_SD_SL_SOME(run);
-    case 2:
-      return newline ? loop_HD_NL_SOME(run) : loop_HD_SL_SOME(run);
-    case 6:
-      return loop_HD_HL_SOME(run);
-    case 8:
-      return loop_SD_SL_ALL(run);
-    case 10:
-      return newline ? loop_HD_NL_ALL(run) : loop_HD_SL_ALL(run);
-    case 14:
-      return loop_HD_HL_ALL(run);
-    default:
-      getout("KOLV - Internal error 301\n");
+LoopStatus run_delimited(Engine& engine) {
+  switch (engine.plan.layout) {
+    case RowLayout::kSoft:
+      return by_columns<RowLayout::kSoft>(engine);
+    case RowLayout::kNewline:
+      return by_columns<RowLayout::kNewline>(engine);
+    case RowLayout::kHardStream:
+      return by_columns<RowLayout::kHardStream>(engine);
+    case RowLayout::kLinePerRow:
+      return by_columns<RowLayout::kLinePerRow>(engine);
+    case RowLayout::kPacked:
+      break;
   }
+  return kLoopNoType;
+}
+
+LoopStatus Engine::convert(Source& source, RowSink& row_sink) {
+  rb.infp = source.file;
+  input_name = source.name;
+  sink = row_sink.file;
+  if (plan.layout == RowLayout::kPacked) return loopfmt(*this);
+  first_fill(rb);
+  return run_delimited(*this);
 }
 
 }  // namespace kolv

@@ -6,7 +6,8 @@
 #include <cstdint>
 
 #include "base/numwide.hpp"
-#include "base/state.hpp"
+#include "engine/loops.hpp"
+#include "engine/plan.hpp"
 
 namespace kolv {
 
@@ -15,14 +16,6 @@ namespace kolv {
 // and the bad-data dump shows only 16 bytes, so texts stay within record + a
 // few bytes however wide a field is declared.
 inline constexpr int64_t kBlankRun = 17;
-
-// One field of the record description, as the record loop reads it.
-struct PackedField {
-  uint8_t type;  // 1 numeric, 0 character
-  uint8_t decimals;
-  int64_t start;
-  int64_t width;
-};
 
 // One record in the read buffer.
 struct PackedRecord {
@@ -53,14 +46,14 @@ bool all_blanks(const char* text, const char* end);
 // to the first blank, tab, line end, comma or NUL, zero-padded, and vrec of
 // `index` is set to 255 when more follow. Marks vrec of `index` with 1 in
 // every case; status is always 1.
-void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& status);
+void scanstrtemp(Engine& engine, const char* text, char* value, int index, uint32_t& status);
 
 // The number in a numeric field's text: blanks skipped, "." or the MSYM
 // character before an ending byte, "I" or "}" is the missing value, a letter
 // or "_" makes it character data (scanstrtemp), otherwise strtod's number with
 // anything after it ignored. Status 0 when nothing converts. Records the
-// text's start in run.rb.cperr for the bad-data report.
-void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status);
+// text's start in engine.rb.cperr for the bad-data report.
+void scandbltemp(Engine& engine, const char* text, char* value, int index, uint32_t& status);
 
 // The common numeric field of a record, read in place: blanks, an optional
 // sign, then 1 to 19 digits up to the field's end, at least as many digits as
@@ -71,7 +64,7 @@ void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& s
 // rebuilt text. Wide: a field of at most 16 bytes is read in one 16-byte
 // load (where that is built), others eight bytes at a time; at least 16
 // readable bytes must follow the field's start and 8 its end (the read
-// buffer keeps 4096 after its text). Both readings decide the same fields
+// buffer keeps kReadSlack bytes after its text). Both readings decide the same fields
 // with the same values.
 template <bool Wide>
 bool packed_number_as(const char* field, int64_t width, int decimals, char mstring, double* out);
@@ -84,6 +77,6 @@ inline bool packed_number(const char* field, int64_t width, int decimals, char m
 // loopfmt with the buffer filled at most `buffer_bytes` at a time, rounded
 // down to whole records (one record when it is longer). loopfmt itself uses
 // the full read size; tests use small sizes to make records cross refills.
-int loopfmt_buffered(Run& run, int buffer_bytes);
+int loopfmt_buffered(Engine& engine, int buffer_bytes);
 
 }  // namespace kolv

@@ -13,29 +13,30 @@
 
 namespace kolv {
 
-void scanstrtemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
+void scanstrtemp(Engine& engine, const char* text, char* value, int index, uint32_t& status) {
   std::memset(value, 0, 8);
-  mark_character(run.vars, index, 1);
+  mark_character(engine, index, 1);
   status = 1;
-  if (*text != '\0' && (*text == '.' || *text == run.set.mstring) && is_terminator(text[1])) {
+  if (*text != '\0' && (*text == '.' || *text == engine.plan.missing_symbol) &&
+      is_terminator(text[1])) {
     store_missval(value);
     return;
   }
   int n = 0;
   for (const char* p = text; !is_terminator(*p); ++p) {
     if (n == 8) {
-      mark_character(run.vars, index, 255);
+      mark_character(engine, index, 255);
       break;
     }
     value[n++] = *p;
   }
 }
 
-void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& status) {
-  run.rb.cperr = text;
+void scandbltemp(Engine& engine, const char* text, char* value, int index, uint32_t& status) {
+  engine.rb.cperr = text;
   const char* p = text;
   while (*p == ' ') ++p;
-  if (*p != '\0' && (*p == '.' || *p == run.set.mstring)) {
+  if (*p != '\0' && (*p == '.' || *p == engine.plan.missing_symbol)) {
     char next = p[1];
     if (is_terminator(next) || next == 'I' || next == '}') {
       store_missval(value);
@@ -45,7 +46,7 @@ void scandbltemp(Run& run, const char* text, char* value, int index, uint32_t& s
   }
   unsigned char first = static_cast<unsigned char>(*p);
   if (first == '_' || is_letter(first)) {
-    scanstrtemp(run, p, value, index, status);
+    scanstrtemp(engine, p, value, index, status);
     return;
   }
   double x;

@@ -1,5 +1,5 @@
 // The block of finished rows that every row loop fills and writes: at most
-// 131072 bytes, one write call per full block.
+// kBlockBytes, one write call per full block.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@
 #include <memory>
 #include <new>
 
-#include "base/state.hpp"
+#include "engine/loops.hpp"
 
 namespace kolv {
 
@@ -22,7 +22,8 @@ class BlockWriter {
   // zero_after_write: start every block from zero bytes, for loops that leave
   // part of an element unwritten (a packed character field narrower than the
   // element).
-  BlockWriter(Run& run, bool zero_after_write) : run_(run), zero_after_write_(zero_after_write) {}
+  BlockWriter(Engine& engine, bool zero_after_write)
+      : engine_(engine), zero_after_write_(zero_after_write) {}
 
   // Room for rows_per_block rows of row_bytes each, and slack bytes after the
   // block that a row's scan may touch. False when memory runs out.
@@ -39,7 +40,7 @@ class BlockWriter {
 
   // Counts the row just built into row() and writes the block when it is full.
   BlockWrite finish_row() {
-    ++run_.cnt.row;
+    ++engine_.rows;
     if (++buffered_ < rows_per_block_) return BlockWrite::kWritten;
     return flush();
   }
@@ -59,17 +60,17 @@ class BlockWriter {
   // to where the block began and the block's rows are taken off the row
   // count, so the completed header counts exactly the rows the file holds.
   bool write_rows(size_t rows) {
-    FILE* out = run_.files.fout;
+    FILE* out = engine_.sink;
     const off_t before = ::lseek(::fileno(out), 0, SEEK_END);
     if (std::fwrite(block_.get(), rows * row_bytes_, 1, out) == 1) return true;
     if (before >= 0 && ::ftruncate(::fileno(out), before) != 0) {
       // The short block stays; the header still counts only whole blocks.
     }
-    run_.cnt.row -= static_cast<uint32_t>(rows);
+    engine_.rows -= static_cast<uint32_t>(rows);
     return false;
   }
 
-  Run& run_;
+  Engine& engine_;
   bool zero_after_write_;
   std::unique_ptr<char[]> block_;
   size_t row_bytes_ = 0;

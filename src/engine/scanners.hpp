@@ -12,6 +12,7 @@
 #include "base/numparse.hpp"
 #include "base/numwide.hpp"
 #include "base/state.hpp"
+#include "engine/loops.hpp"
 #include "engine/readbuf.hpp"
 #include "format/dataset.hpp"
 
@@ -35,8 +36,8 @@ inline void store_missval(char* slot) {
 
 // Marks input variable `variable` as holding character data; 255 (text cut to
 // 8 bytes) is kept once set.
-inline void mark_character(Variables& vars, int variable, uint8_t flag) {
-  uint8_t& v = vars.vrec[static_cast<size_t>(variable)];
+inline void mark_character(Engine& engine, int variable, uint8_t flag) {
+  uint8_t& v = engine.vrec[static_cast<size_t>(variable)];
   if (v != 255) v = flag;
 }
 
@@ -54,13 +55,13 @@ namespace scan_detail {
 // Every step of scanstr: the missing value, then the bytes up to a
 // terminator, the first 8 kept, refilling where the text ends and more
 // follows.
-inline char* scanstr_steps(Run& run, char* pos, char* slot, int field, uint32_t& status) {
-  ReadBuffer& rb = run.rb;
-  const int variable = field / run.set.cplx;
+inline char* scanstr_steps(Engine& engine, char* pos, char* slot, int field, uint32_t& status) {
+  ReadBuffer& rb = engine.rb;
+  const int variable = field / engine.plan.parts();
   std::memset(slot, 0, 8);
-  mark_character(run.vars, variable, 1);
+  mark_character(engine, variable, 1);
   status = 1;
-  if (*pos == '.' || *pos == run.set.mstring) {
+  if (*pos == '.' || *pos == engine.plan.missing_symbol) {
     if (is_terminator(peek_after_missing(rb, pos))) {
       store_missval(slot);
       return pos + 1;
@@ -71,7 +72,7 @@ inline char* scanstr_steps(Run& run, char* pos, char* slot, int field, uint32_t&
     if (n < 8) {
       slot[n++] = *pos;
     } else {
-      mark_character(run.vars, variable, 255);
+      mark_character(engine, variable, 255);
     }
     if (pos[1] == '\0' && rb.theresmore) {
       pos = fillbuff(rb, pos + 1);
@@ -108,18 +109,19 @@ inline uint32_t terminators16(const char* p) {
 // in one step (its steps would copy the same bytes, refill nothing and stop
 // at the same terminator); every other field takes the steps.
 template <bool Wide>
-inline char* scanstr_as(Run& run, char* pos, char* slot, int field, uint32_t& status) {
+inline char* scanstr_as(Engine& engine, char* pos, char* slot, int field, uint32_t& status) {
 #if KOLV_WIDE_NUMBERS
   if constexpr (Wide) {
     const char c = *pos;
-    const uint32_t ends = c == '.' || c == run.set.mstring ? 0 : scan_detail::terminators16(pos);
+    const uint32_t ends =
+        c == '.' || c == engine.plan.missing_symbol ? 0 : scan_detail::terminators16(pos);
     if (ends != 0) {
       const int t = std::countr_zero(ends);
       if (pos[t] != '\0') {
-        const int variable = field / run.set.cplx;
-        mark_character(run.vars, variable, 1);
-        if (t > 8) mark_character(run.vars, variable, 255);
-        // The read buffer keeps 4096 bytes after its text: 8 may be loaded.
+        const int variable = field / engine.plan.parts();
+        mark_character(engine, variable, 1);
+        if (t > 8) mark_character(engine, variable, 255);
+        // The read buffer keeps kReadSlack bytes after its text: 8 may be loaded.
         uint64_t bytes = numparse_detail::load8(pos);
         if (t < 8) bytes &= (uint64_t{1} << (8 * t)) - 1;
         std::memcpy(slot, &bytes, 8);
@@ -129,11 +131,11 @@ inline char* scanstr_as(Run& run, char* pos, char* slot, int field, uint32_t& st
     }
   }
 #endif
-  return scan_detail::scanstr_steps(run, pos, slot, field, status);
+  return scan_detail::scanstr_steps(engine, pos, slot, field, status);
 }
 
-inline char* scanstr(Run& run, char* pos, char* slot, int field, uint32_t& status) {
-  return scanstr_as<kWideNumbers>(run, pos, slot, field, status);
+inline char* scanstr(Engine& engine, char* pos, char* slot, int field, uint32_t& status) {
+  return scanstr_as<kWideNumbers>(engine, pos, slot, field, status);
 }
 
 // A digit or a sign: the bytes '+' (0x2B), '-' (0x2D) and '0' to '9' (0x30 to
@@ -149,9 +151,9 @@ namespace scan_detail {
 
 // Every step of scandbl in order: the early refill, blanks, the missing value,
 // a word, the number with its refills.
-[[gnu::noinline]] inline char* scandbl_steps(Run& run, char* pos, char* slot, int field,
+[[gnu::noinline]] inline char* scandbl_steps(Engine& engine, char* pos, char* slot, int field,
                                              uint32_t& status) {
-  ReadBuffer& rb = run.rb;
+  ReadBuffer& rb = engine.rb;
   char* const buffer_end = rb.inbuff.get() + kReadSize;
   if (buffer_end - pos < 80 && rb.theresmore) pos = fillbuff(rb, pos);
 
@@ -165,7 +167,7 @@ namespace scan_detail {
     pos = start;
   }
 
-  if (*pos == '.' || *pos == run.set.mstring) {
+  if (*pos == '.' || *pos == engine.plan.missing_symbol) {
     rb.cperr = pos;
     char next = peek_after_missing(rb, pos);
     if (is_terminator(next) || next == 'I' || next == '}') {
@@ -175,7 +177,7 @@ namespace scan_detail {
     }
   }
   unsigned char first = static_cast<unsigned char>(*pos);
-  if (first == '_' || is_letter(first)) return scanstr(run, pos, slot, field, status);
+  if (first == '_' || is_letter(first)) return scanstr(engine, pos, slot, field, status);
 
   bool refilled = false;
   double value;
@@ -212,28 +214,28 @@ namespace scan_detail {
 // by the 16-byte window first (where it is built); otherwise by the padded
 // conversion alone. Both give strtod's value and end.
 template <bool Wide>
-inline char* scandbl_as(Run& run, char* pos, char* slot, int field, uint32_t& status) {
-  const char* const buffer = run.rb.inbuff.get();
+inline char* scandbl_as(Engine& engine, char* pos, char* slot, int field, uint32_t& status) {
+  const char* const buffer = engine.rb.inbuff.get();
   if (reinterpret_cast<uintptr_t>(pos) - reinterpret_cast<uintptr_t>(buffer) <=
       static_cast<uintptr_t>(kReadSize - 80)) {
     const char c = *pos;
-    if (c != run.set.mstring && starts_number(c)) {
+    if (c != engine.plan.missing_symbol && starts_number(c)) {
       double value;
-      // The text lies in the read buffer, which keeps 4096 bytes after it.
+      // The text lies in the read buffer, which keeps kReadSlack bytes after it.
       const char* end = Wide ? parse_field(pos, &value) : parse_double_padded(pos, &value);
       if (end != pos && *end != '\0') {
-        run.rb.cperr = pos;
+        engine.rb.cperr = pos;
         std::memcpy(slot, &value, 8);
         status = 1;
         return const_cast<char*>(end);
       }
     }
   }
-  return scan_detail::scandbl_steps(run, pos, slot, field, status);
+  return scan_detail::scandbl_steps(engine, pos, slot, field, status);
 }
 
-inline char* scandbl(Run& run, char* pos, char* slot, int field, uint32_t& status) {
-  return scandbl_as<kWideNumbers>(run, pos, slot, field, status);
+inline char* scandbl(Engine& engine, char* pos, char* slot, int field, uint32_t& status) {
+  return scandbl_as<kWideNumbers>(engine, pos, slot, field, status);
 }
 
 }  // namespace kolv

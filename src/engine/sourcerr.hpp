@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "base/state.hpp"
+#include "engine/loops.hpp"
 
 namespace kolv {
 
@@ -19,16 +19,17 @@ enum SourceErrorKind : int32_t {
 
 // Prints the report of the given kind for position (a pointer into the read
 // buffer) and line; returns kind. An unknown kind ends the run.
-int32_t sourcerr(Run& run, int32_t kind, const char* position, int32_t line);
+int32_t sourcerr(Engine& engine, int32_t kind, const char* position, int32_t line);
 
 // The report of a packed record's field that holds no number: the record's
 // number from 1, the field's byte offset in the file, and a dump of the
 // field's text. The run then ends.
-void report_packed_bad_data(Run& run, int64_t record_number, int64_t offset, const char* text);
+void report_packed_bad_data(Engine& engine, int64_t record_number, int64_t offset,
+                            const char* text);
 
 // The report of a partial record after the last whole one (extra bytes in
 // all, the first `available` of them at bytes), unless it is only a line end.
-void report_extra_bytes(Run& run, const char* bytes, size_t available, int64_t extra);
+void report_extra_bytes(Engine& engine, const char* bytes, size_t available, int64_t extra);
 
 // The "Hex:" and "ASCII:" lines for up to 16 bytes from position, stopping
 // before a zero byte; with_closing_quote false leaves the ASCII line open.

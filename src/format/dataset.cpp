@@ -3,8 +3,6 @@
 #include <cstring>
 #include <utility>
 
-#include "base/fatal.hpp"
-
 namespace kolv {
 
 namespace {
@@ -18,10 +16,6 @@ constexpr uint8_t kSignatureTail[16] = {0xFF, 0xFF, 0xFF, 0xFF, 0,    0,    0,  
                                         0,    0,    0,    0,    0x02, 0xEF, 0xCD, 0xAB};
 
 constexpr int kV92HeaderSize = 40;
-
-[[noreturn]] void reject_unrecognised() {
-  getout("kolv -- unrecognized output file type, cannot append\n");
-}
 
 }  // namespace
 
@@ -106,7 +100,7 @@ uint64_t data_offset_wide(uint64_t columns) {
   return kHeaderSize + 33 * columns + (columns % 8 == 0 ? 0 : 8 - columns % 8);
 }
 
-int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
+HeaderCheck ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
   // A short read leaves the rest of the image zero, never stale bytes.
   std::memset(uhout, 0, kHeaderSize);
   std::rewind(stream);
@@ -118,10 +112,7 @@ int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
     uint8_t dout[kV92HeaderSize] = {};
     std::rewind(stream);
     if (std::fread(dout, 1, sizeof dout, stream) < sizeof dout) std::clearerr(stream);
-    if (is_version92(dout)) {
-      getout("kolv -- v92 file format, use morvelix before appending\n");
-    }
-    reject_unrecognised();
+    return is_version92(dout) ? HeaderCheck::kVersion92 : HeaderCheck::kUnrecognised;
   }
 
   const HeaderOrder order = header_order(uhout);
@@ -131,11 +122,9 @@ int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]) {
     std::swap(check[0], check[3]);
     std::swap(check[1], check[2]);
   }
-  if (order == HeaderOrder::kReversed) {
-    getout("kolv -- byte order reversed, use morvelix before appending\n");
-  }
-  if (order == HeaderOrder::kUnrecognised) reject_unrecognised();
-  return static_cast<int>(kFileVersion);
+  if (order == HeaderOrder::kReversed) return HeaderCheck::kReversed;
+  if (order == HeaderOrder::kUnrecognised) return HeaderCheck::kUnrecognised;
+  return HeaderCheck::kVersion96;
 }
 
 uint32_t header_rows(const uint8_t uhout[kHeaderSize]) {
@@ -145,7 +134,7 @@ uint32_t header_rows(const uint8_t uhout[kHeaderSize]) {
 VarBlockWrite write_variable_block(FILE* out, const char* names, const uint8_t* types, int count) {
   size_t n = static_cast<size_t>(count);
   if (std::fseek(out, kHeaderSize, SEEK_SET) != 0) return VarBlockWrite::kNamesFailed;
-  if (n > 0 && std::fwrite(names, n * kNameBytes, 1, out) != 1) return VarBlockWrite::kNamesFailed;
+  if (n > 0 && std::fwrite(names, n * kNameSize, 1, out) != 1) return VarBlockWrite::kNamesFailed;
   if (n > 0 && std::fwrite(types, n, 1, out) != 1) return VarBlockWrite::kTypesFailed;
   if (n % 8 != 0) {
     static constexpr char kZeros[8] = {};

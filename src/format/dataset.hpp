@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/limits.hpp"
+
 namespace kolv {
 
 inline constexpr int kHeaderSize = 128;
@@ -38,9 +40,6 @@ inline constexpr uint32_t kTypeDouble = 1008;
 inline constexpr uint64_t kMissvalBits = 0x7FFFFFFF00000000ULL;
 inline constexpr uint32_t kMissing32 = 0x7FFFFFF8;
 inline constexpr uint16_t kMissing16 = 0x8000;
-
-// Bytes of one variable name in the variable block.
-inline constexpr int kNameBytes = 32;
 
 // Little-endian 32-bit word access in a byte image.
 inline void store_le32(uint8_t* at, uint32_t value) {
@@ -102,9 +101,17 @@ uint32_t data_offset(uint32_t columns);
 // or 8 leaves the element type code and size at 0.
 void build_header(uint8_t uhout[kHeaderSize], int otyp, int cplx, uint32_t rows, uint32_t columns);
 
-// Reads the header of a file offered for append into `uhout` and returns 96
-// when rows may be appended; ends the run through getout otherwise.
-int ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]);
+// What the header of a file offered for append says.
+enum class HeaderCheck {
+  kVersion96,     // a finished data set in this machine's order: rows may be appended
+  kVersion92,     // the older format
+  kReversed,      // a data set in the other byte order
+  kUnrecognised,  // anything else, an unfinished data set included
+};
+
+// Reads the header of a file offered for append into `uhout` and tells what
+// it is; the caller says what is wrong with it.
+HeaderCheck ReadFileHeader(FILE* stream, uint8_t uhout[kHeaderSize]);
 
 // The row count stored at 80.
 uint32_t header_rows(const uint8_t uhout[kHeaderSize]);

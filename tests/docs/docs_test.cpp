@@ -28,10 +28,14 @@
 #include <string>
 #include <vector>
 
+#include "support/files.hpp"
+#include "support/scratch.hpp"
+
 extern char** environ;
 
 namespace {
 
+const std::string kVersion = KOLV_DOCS_VERSION;  // CMake's project(VERSION)
 const std::string kKolv = KOLV_DOCS_KOLV;
 const std::string kKolvdump = KOLV_DOCS_KOLVDUMP;
 const std::string kManDir = KOLV_DOCS_MAN_DIR;
@@ -47,12 +51,8 @@ struct Outcome {
   std::string why;  // why it did not start
 };
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using kolv_support::read_file;
+using kolv_support::ScratchDir;
 
 bool is_directory(const std::string& path) {
   struct stat st {};
@@ -133,30 +133,6 @@ Outcome run(const std::string& program, const std::vector<std::string>& args,
   return result;
 }
 
-// A temporary directory, removed with its files when the test ends.
-class ScratchDir {
- public:
-  ScratchDir() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kolv_docs_XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (mkdtemp(name.data()) != nullptr) path_ = name.data();
-  }
-  ~ScratchDir() {
-    if (path_.empty()) return;
-    for (const std::string& f : list_dir(path_)) unlink((path_ + "/" + f).c_str());
-    rmdir(path_.c_str());
-  }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 std::string describe(const Outcome& o) {
   return "exit status " + std::to_string(o.status) + "\n--- standard output:\n" + o.out +
          "--- standard error:\n" + o.err;
@@ -189,7 +165,7 @@ void renders_with_groff(const std::string& page) {
     GTEST_SKIP() << "groff is not installed (Debian/Ubuntu: apt-get install groff-base); "
                     "the manual pages cannot be checked";
   }
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(groff, {"-man", "-Tutf8", "-ww", "-z", page}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -203,7 +179,7 @@ void renders_with_man(const std::string& page) {
     GTEST_SKIP() << "man is not installed (Debian/Ubuntu: apt-get install man-db); "
                     "the manual pages cannot be checked";
   }
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(man, {"--warnings=w", "-l", page}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -212,9 +188,22 @@ void renders_with_man(const std::string& page) {
   EXPECT_NE(o.out.find("NAME"), std::string::npos) << "nothing rendered:\n" << o.out;
 }
 
-// kolv(1)'s title line names the version that the banner prints.
+std::string roff_plain_text(const std::string& roff);
+
+// Every page's title line names the project's version.
+void page_names_project_version(const std::string& page) {
+  const std::string text = read_file(page);
+  const size_t th = text.find("\n.TH ");
+  ASSERT_NE(th, std::string::npos) << page << " has no .TH line";
+  const std::string title = text.substr(th + 1, text.find('\n', th + 1) - th - 1);
+  EXPECT_NE(title.find("\"kolv " + kVersion + "\""), std::string::npos)
+      << "the title line \"" << title << "\" should name kolv " << kVersion;
+}
+
+// kolv(1)'s title line and banner name the version that the banner prints,
+// the project's version.
 void kolv_page_has_banner_version(const std::string& page) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(kKolv, {}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -232,6 +221,9 @@ void kolv_page_has_banner_version(const std::string& page) {
   std::string title = text.substr(th + 1, text.find('\n', th + 1) - th - 1);
   EXPECT_NE(title.find("\"kolv " + version + "\""), std::string::npos)
       << "the title line \"" << title << "\" should name kolv " << version;
+  EXPECT_EQ(version, kVersion) << "the banner's version is not the project's";
+  EXPECT_NE(roff_plain_text(text).find(mark + kVersion + "  ("), std::string::npos)
+      << page << " does not show the banner with version " << kVersion;
 }
 
 // The text of a roff page with its character escapes undone and its font
@@ -399,7 +391,7 @@ void kolvdump_page_has_every_message(const std::string& page) {
 // Every option of kolvdump's usage line appears in kolvdump(1), written with
 // roff's minus signs.
 void kolvdump_page_names_every_option(const std::string& page) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   Outcome o = run(kKolvdump, {"--help"}, scratch.path(), scratch.path());
   ASSERT_TRUE(o.started) << o.why;
@@ -424,7 +416,7 @@ void kolvdump_page_names_every_option(const std::string& page) {
 // --- examples -----------------------------------------------------------------
 
 void example_reads_back_as_expected(const std::string& folder) {
-  ScratchDir scratch;
+  const ScratchDir scratch("kolv_docs");
   ASSERT_FALSE(scratch.path().empty());
   const std::string work = scratch.path();
 
@@ -469,6 +461,7 @@ void register_tests() {
     const std::string page = kManDir + "/" + name;
     add_test("docs_man", name + "_groff", [page] { renders_with_groff(page); });
     add_test("docs_man", name + "_man", [page] { renders_with_man(page); });
+    add_test("docs_man", name + "_project_version", [page] { page_names_project_version(page); });
     if (name == "kolv.1") {
       add_test("docs_man", name + "_version", [page] { kolv_page_has_banner_version(page); });
       add_test("docs_man", name + "_messages", [page] { kolv_page_has_every_message(page); });

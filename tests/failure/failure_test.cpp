@@ -32,42 +32,25 @@
 #error "KOLV_PROGRAM must name the kolv program"
 #endif
 
-#include "dataset_bytes.hpp"
+#include "support/dataset.hpp"
+#include "support/files.hpp"
+#include "support/scratch.hpp"
 
 namespace {
 
-using failure_test::data_offset;
-using failure_test::get32;
-using failure_test::header;
-using failure_test::put32;
-using failure_test::variable_block;
+using kolv_support::data_offset;
+using kolv_support::file_exists;
+using kolv_support::get32;
+using kolv_support::header;
+using kolv_support::put32;
+using kolv_support::read_file;
+using kolv_support::variable_block;
 
 // The user an unprivileged run becomes when the tests run as root.
 constexpr uid_t kNobody = 65534;
 
-std::string slurp(const std::string& path) {
-  std::string bytes;
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return bytes;
-  char chunk[65536];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, n);
-  std::fclose(f);
-  return bytes;
-}
-
 void spit(const std::string& path, const std::string& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(f, nullptr) << path << ": " << std::strerror(errno);
-  if (!bytes.empty()) {
-    ASSERT_EQ(std::fwrite(bytes.data(), bytes.size(), 1, f), 1u);
-  }
-  ASSERT_EQ(std::fclose(f), 0);
-}
-
-bool exists(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0;
+  ASSERT_TRUE(kolv_support::write_file(path, bytes)) << path << ": " << std::strerror(errno);
 }
 
 // ---- data set bytes, as the file format describes them ----
@@ -90,31 +73,17 @@ std::string finished_data_set(uint32_t rows) {
 
 // ---- scratch directories and runs ----
 
-int remove_entry(const char* path, const struct stat*, int, struct FTW*) {
-  return ::remove(path);
-}
-
 // A scratch directory holding the run's working directory, work/, and beside
-// it the captured standard output and error.
+// it the captured standard output and error. It lies under /tmp, which an
+// unprivileged run can reach wherever the tests are.
 class Scratch {
  public:
-  Scratch() {
-    char templ[] = "/tmp/kolv_failure_XXXXXX";
-    if (mkdtemp(templ) == nullptr) std::abort();
-    char resolved[PATH_MAX];
-    top_ = realpath(templ, resolved) ? resolved : templ;
-    work_ = top_ + "/work";
+  Scratch() : dir_("kolv_failure", "/tmp"), top_(dir_.path()), work_(top_ + "/work") {
     if (mkdir(work_.c_str(), 0777) != 0) std::abort();
     // Open to an unprivileged run: it must reach work/ and create files there.
     chmod(top_.c_str(), 0755);
     chmod(work_.c_str(), 0777);
   }
-  ~Scratch() {
-    chmod_tree_writable(top_);
-    nftw(top_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
 
   const std::string& work() const { return work_; }
   const std::string& top() const { return top_; }
@@ -130,20 +99,6 @@ class Scratch {
   }
 
  private:
-  static void chmod_tree_writable(const std::string& dir) {
-    chmod(dir.c_str(), 0777);
-    DIR* d = opendir(dir.c_str());
-    if (d == nullptr) return;
-    while (dirent* e = readdir(d)) {
-      const std::string name = e->d_name;
-      if (name == "." || name == "..") continue;
-      const std::string path = dir + "/" + name;
-      struct stat st;
-      if (lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) chmod_tree_writable(path);
-    }
-    closedir(d);
-  }
-
   static void collect_temporaries(const std::string& dir, std::vector<std::string>& found) {
     DIR* d = opendir(dir.c_str());
     if (d == nullptr) return;
@@ -162,6 +117,7 @@ class Scratch {
     closedir(d);
   }
 
+  kolv_support::ScratchDir dir_;
   std::string top_;
   std::string work_;
 };
@@ -189,7 +145,7 @@ bool drops_privileges(const Limits& limits) {
 // fails (errno tells why).
 std::string reachable_program(const Scratch& scratch) {
   const std::string copy = scratch.top() + "/kolv";
-  if (exists(copy)) return copy;
+  if (file_exists(copy)) return copy;
   const int in = open(KOLV_PROGRAM, O_RDONLY | O_CLOEXEC);
   if (in < 0) return "";
   const int out = open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0755);
@@ -258,8 +214,8 @@ Result run_kolv(const Scratch& scratch, const std::vector<std::string>& args, Li
   }
   if (WIFEXITED(wstatus)) result.status = WEXITSTATUS(wstatus);
   if (WIFSIGNALED(wstatus)) result.signal = WTERMSIG(wstatus);
-  result.out = slurp(scratch.out_path());
-  result.err = slurp(scratch.err_path());
+  result.out = read_file(scratch.out_path());
+  result.err = read_file(scratch.err_path());
   return result;
 }
 
@@ -297,7 +253,7 @@ class Failure : public ::testing::Test {
     EXPECT_EQ(r.status, 255);
     EXPECT_EQ(r.out, message);
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(slurp(scratch.at("out.dat")), kPrevious);
+    EXPECT_EQ(read_file(scratch.at("out.dat")), kPrevious);
     EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
   }
 };
@@ -318,7 +274,7 @@ TEST_F(Failure, DiskFullAtBlockBoundaryKeepsWrittenRowsAndCountsThem) {
   EXPECT_EQ(r.out, "KOLV - Disk full - conversion incomplete\n");
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
-  const std::string ds = slurp(scratch.at("out.dat"));
+  const std::string ds = read_file(scratch.at("out.dat"));
   ASSERT_EQ(ds.size(), static_cast<size_t>(limit));
   EXPECT_EQ(ds.substr(0, 128), header(8, kRowsPerBlock, 1)) << "header rows " << get32(ds, 80);
   EXPECT_EQ(ds.substr(128, 40), one_variable_block());
@@ -332,7 +288,7 @@ TEST_F(Failure, DiskFullInsideBlockHeaderNeverClaimsMissingRows) {
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "KOLV - Disk full - conversion incomplete\n");
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
-  const std::string ds = slurp(scratch.at("out.dat"));
+  const std::string ds = read_file(scratch.at("out.dat"));
   ASSERT_GE(ds.size(), 128u);
   EXPECT_EQ(get32(ds, 0), 0xFFFFFFFFu);
   EXPECT_EQ(get32(ds, 28), 0xABCDEF02u);
@@ -357,7 +313,7 @@ TEST_F(Failure, DiskFullWhileAppendingKeepsOldRowsAndAddsWrittenOnes) {
   EXPECT_EQ(r.out, "KOLV - Disk full - conversion incomplete\n");
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
-  const std::string ds = slurp(scratch.at("out.dat"));
+  const std::string ds = read_file(scratch.at("out.dat"));
   struct stat after;
   ASSERT_EQ(stat(scratch.at("out.dat").c_str(), &after), 0);
   EXPECT_EQ(after.st_ino, before.st_ino) << "an appended file is updated in place";
@@ -380,7 +336,7 @@ TEST_F(Failure, DiskFullDuringPackedRecords) {
             "KOLV - Disk full - conversion incomplete\n");
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
-  const std::string ds = slurp(scratch.at("out.dat"));
+  const std::string ds = read_file(scratch.at("out.dat"));
   ASSERT_EQ(ds.size(), static_cast<size_t>(limit));
   EXPECT_EQ(ds.substr(0, 128), header(8, kRowsPerBlock, 1)) << "header rows " << get32(ds, 80);
   EXPECT_EQ(ds.substr(128, 40), one_variable_block());
@@ -409,14 +365,14 @@ TEST_F(Failure, DiskFullInTheVariableNamesOfOutvar) {
 TEST_F(Failure, OutputUnderMissingDirectory) {
   expect_fatal(run("INPUT in.txt;\nOUTPUT nodir/out;\nINVAR x;\n"),
                "KOLV - Can't create temporary output file\n");
-  EXPECT_FALSE(exists(scratch.at("nodir")));
+  EXPECT_FALSE(file_exists(scratch.at("nodir")));
 }
 
 TEST_F(Failure, OutputUnderRegularFile) {
   spit(scratch.at("plain"), "not a directory");
   expect_fatal(run("INPUT in.txt;\nOUTPUT plain/out;\nINVAR x;\n"),
                "KOLV - Can't create temporary output file\n");
-  EXPECT_EQ(slurp(scratch.at("plain")), "not a directory");
+  EXPECT_EQ(read_file(scratch.at("plain")), "not a directory");
 }
 
 TEST_F(Failure, OutputInReadOnlyDirectory) {
@@ -425,7 +381,7 @@ TEST_F(Failure, OutputInReadOnlyDirectory) {
   ASSERT_EQ(chmod(scratch.at("ro").c_str(), 0555), 0);
   expect_fatal(run("INPUT in.txt;\nOUTPUT ro/out;\nINVAR x;\n", {-1, true}),
                "KOLV - Can't create temporary output file\n");
-  EXPECT_EQ(slurp(scratch.at("ro/out.dat")), kPrevious);
+  EXPECT_EQ(read_file(scratch.at("ro/out.dat")), kPrevious);
 }
 
 // ---- inputs that cannot be read ----
@@ -472,7 +428,7 @@ void make_parents(const std::string& path) {
   for (size_t slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {
     const std::string dir = path.substr(0, slash);
-    if (!exists(dir)) {
+    if (!file_exists(dir)) {
       ASSERT_EQ(mkdir(dir.c_str(), 0777), 0) << dir.size() << ": " << std::strerror(errno);
     }
   }
@@ -504,7 +460,8 @@ TEST_F(Failure, CommandFilePathOf1023CharactersIsRead) {
   Result r = run_kolv(scratch, {cmd});
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("Command file:  " + cmd + "\n"), std::string::npos) << r.out;
-  EXPECT_EQ(slurp(scratch.at("out.dat")), header(8, 3, 1) + one_variable_block() + doubles(1.0, 3));
+  EXPECT_EQ(read_file(scratch.at("out.dat")),
+            header(8, 3, 1) + one_variable_block() + doubles(1.0, 3));
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
@@ -515,7 +472,7 @@ TEST_F(Failure, CommandFilePathOf1024CharactersIsCut) {
   make_parents(cmd);
   spit(cmd, kOneVariable);
   const std::string cut = cmd.substr(0, 1023);
-  ASSERT_FALSE(exists(cut));
+  ASSERT_FALSE(file_exists(cut));
   expect_fatal(run_kolv(scratch, {cmd, "-noc"}), "KOLV - Command file <" + cut + "> not found\n");
 }
 
@@ -539,7 +496,7 @@ TEST_F(Failure, CommandFilePathOf5000CharactersWithoutExtension) {
   EXPECT_EQ(r.out.substr(0, head.size()), head);
   EXPECT_EQ(r.out.substr(r.out.size() - tail.size()), tail);
   EXPECT_LE(r.out.size() - tail.size() - std::strlen("KOLV - Command file <"), 1023u);
-  EXPECT_EQ(slurp(scratch.at("out.dat")), kPrevious);
+  EXPECT_EQ(read_file(scratch.at("out.dat")), kPrevious);
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
@@ -560,7 +517,7 @@ class AppendTarget : public Failure {
     EXPECT_EQ(r.status, 255);
     EXPECT_EQ(r.out, message);
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(slurp(scratch.at("out.dat")), target_bytes);
+    EXPECT_EQ(read_file(scratch.at("out.dat")), target_bytes);
     EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
   }
 };
@@ -608,7 +565,7 @@ TEST_F(AppendTarget, ReadOnlyForAnUnprivilegedUser) {
   Result r = run(std::string("APPEND;\n") + kOneVariable, {-1, true});
   EXPECT_EQ(r.status, 255);
   EXPECT_EQ(r.out, "KOLV - Can't create temporary output file\n");
-  EXPECT_EQ(slurp(scratch.at("out.dat")), old);
+  EXPECT_EQ(read_file(scratch.at("out.dat")), old);
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
@@ -622,7 +579,7 @@ TEST_F(AppendTarget, ReadOnlyForRoot) {
   Result r = run(std::string("APPEND;\n") + kOneVariable);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(slurp(scratch.at("out.dat")),
+  EXPECT_EQ(read_file(scratch.at("out.dat")),
             header(8, 5, 1) + one_variable_block() + doubles(7.0, 2) + doubles(1.0, 3));
   struct stat st;
   ASSERT_EQ(stat(scratch.at("out.dat").c_str(), &st), 0);

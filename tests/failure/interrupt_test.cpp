@@ -46,33 +46,20 @@
 #error "KOLV_PROGRAM must name the kolv program"
 #endif
 
-#include "dataset_bytes.hpp"
+#include "support/dataset.hpp"
+#include "support/files.hpp"
+#include "support/scratch.hpp"
 
 namespace {
 
-using failure_test::data_offset;
-using failure_test::get32;
-using failure_test::header;
-using failure_test::put32;
-using failure_test::variable_block;
-
-std::string slurp(const std::string& path) {
-  std::string bytes;
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return bytes;
-  char chunk[1 << 16];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, n);
-  std::fclose(f);
-  return bytes;
-}
-
-bool spit(const std::string& path, const std::string& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  bool ok = bytes.empty() || std::fwrite(bytes.data(), bytes.size(), 1, f) == 1;
-  return std::fclose(f) == 0 && ok;
-}
+using kolv_support::data_offset;
+using kolv_support::file_exists;
+using kolv_support::get32;
+using kolv_support::header;
+using kolv_support::put32;
+using kolv_support::read_file;
+using kolv_support::variable_block;
+using kolv_support::write_file;
 
 // Whether the file holds exactly `expected`, read through one fixed buffer.
 bool file_equals(const std::string& path, const std::string& expected) {
@@ -99,11 +86,6 @@ bool file_equals(const std::string& path, const std::string& expected) {
   return same;
 }
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0;
-}
-
 long long file_size(const std::string& path) {
   struct stat st;
   return ::stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;
@@ -119,43 +101,21 @@ void append_double(std::string& bytes, double value) {
 
 // ---- scratch directory and runs ----
 
-int remove_entry(const char* path, const struct stat*, int, struct FTW*) {
-  return ::remove(path);
-}
-
 class Scratch {
  public:
-  Scratch() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string templ =
-        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/kolv_interrupt_XXXXXX";
-    std::vector<char> buffer(templ.begin(), templ.end());
-    buffer.push_back('\0');
-    if (::mkdtemp(buffer.data()) == nullptr) std::abort();
-    dir_ = buffer.data();
-  }
-  ~Scratch() { ::nftw(dir_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS); }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  std::string at(const std::string& name) const { return dir_ + "/" + name; }
-  const std::string& dir() const { return dir_; }
+  std::string at(const std::string& name) const { return scratch_.file(name); }
+  const std::string& dir() const { return scratch_.path(); }
 
   // Temporary outputs: out_ and six characters.
   std::vector<std::string> temporaries() const {
     std::vector<std::string> found;
-    DIR* d = ::opendir(dir_.c_str());
-    if (d == nullptr) return found;
-    while (dirent* e = ::readdir(d)) {
-      const std::string name = e->d_name;
+    for (const std::string& name : scratch_.entries())
       if (name.size() == 10 && name.compare(0, 4, "out_") == 0) found.push_back(name);
-    }
-    ::closedir(d);
     return found;
   }
 
  private:
-  std::string dir_;
+  kolv_support::ScratchDir scratch_{"kolv_interrupt"};
 };
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
@@ -326,7 +286,8 @@ class KillTest : public ::testing::TestWithParam<Scenario> {
   void make_input(size_t count) {
     rows = count;
     const Scenario& s = GetParam();
-    ASSERT_TRUE(spit(scratch.at("in.txt"), s.packed ? packed_input(rows) : delimited_input(rows)));
+    ASSERT_TRUE(
+        write_file(scratch.at("in.txt"), s.packed ? packed_input(rows) : delimited_input(rows)));
     const std::vector<std::string> names =
         s.packed ? std::vector<std::string>{"A", "B"} : std::vector<std::string>{"A", "B", "C"};
     const uint32_t columns = static_cast<uint32_t>(names.size());
@@ -346,7 +307,7 @@ class KillTest : public ::testing::TestWithParam<Scenario> {
     if (GetParam().before == Before::kNone) {
       ::unlink(scratch.at("out.dat").c_str());
     } else {
-      ASSERT_TRUE(spit(scratch.at("out.dat"), earlier));
+      ASSERT_TRUE(write_file(scratch.at("out.dat"), earlier));
     }
   }
 
@@ -357,8 +318,8 @@ class KillTest : public ::testing::TestWithParam<Scenario> {
     Ending end = wait_for(start_kolv(scratch, "run.cmd", "run"));
     const auto t1 = std::chrono::steady_clock::now();
     EXPECT_EQ(end.status, 0);
-    EXPECT_EQ(slurp(scratch.at("run.stdout")), "");
-    EXPECT_EQ(slurp(scratch.at("run.stderr")), "");
+    EXPECT_EQ(read_file(scratch.at("run.stdout")), "");
+    EXPECT_EQ(read_file(scratch.at("run.stderr")), "");
     EXPECT_TRUE(file_equals(scratch.at("out.dat"), complete)) << "a full run left other bytes";
     return std::chrono::duration<double>(t1 - t0).count();
   }
@@ -398,7 +359,7 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
   // packed one as the block of all variables.
   command += s.packed ? "INVAR RECORD = 21 (1,10) A (11,10) B;\n"
                       : (s.append ? "INVAR a b c;\nOUTVAR a b c;\n" : "INVAR a b c;\n");
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), command));
+  ASSERT_TRUE(write_file(scratch.at("run.cmd"), command));
   if (s.before == Before::kOtherFile) earlier = kEarlierOutput;
   if (s.before == Before::kDataSet) earlier = earlier_data_set();
 
@@ -454,8 +415,8 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
     const std::string where = std::string(s.name) + ", kill " + std::to_string(k) + ", " +
                               signal_name(sig) + " after " + std::to_string(delay) + " us";
     EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{}) << where;
-    EXPECT_EQ(slurp(scratch.at("run.stderr")), "") << where;
-    const bool present = exists(scratch.at("out.dat"));
+    EXPECT_EQ(read_file(scratch.at("run.stderr")), "") << where;
+    const bool present = file_exists(scratch.at("out.dat"));
     const long long left = present ? file_size(scratch.at("out.dat")) : -1;
     const bool finished = present && file_equals(scratch.at("out.dat"), complete);
     const bool untouched = s.before == Before::kNone
@@ -464,7 +425,7 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
     std::string outcome;
     if (end.status == 0) {
       EXPECT_TRUE(finished) << where << ": the run exited 0 but its output is not complete";
-      EXPECT_EQ(slurp(scratch.at("run.stdout")), "") << where;
+      EXPECT_EQ(read_file(scratch.at("run.stdout")), "") << where;
       outcome = "exited 0 before the signal, output complete";
     } else {
       EXPECT_EQ(end.signal, sig) << where << ": exit status " << end.status;
@@ -520,41 +481,43 @@ const ::testing::Environment* const kTallyPrinter =
 class FileLimit : public ::testing::Test {
  protected:
   Scratch scratch;
-  void SetUp() override { ASSERT_TRUE(spit(scratch.at("in.txt"), delimited_input(100000))); }
+  void SetUp() override { ASSERT_TRUE(write_file(scratch.at("in.txt"), delimited_input(100000))); }
 };
 
 TEST_F(FileLimit, FreshOutputIsRemovedAndTheOldOneKept) {
-  ASSERT_TRUE(spit(scratch.at("out.dat"), kEarlierOutput));
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), "INPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  ASSERT_TRUE(write_file(scratch.at("out.dat"), kEarlierOutput));
+  ASSERT_TRUE(write_file(scratch.at("run.cmd"), "INPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
   const Ending end = wait_for(start_kolv(scratch, "run.cmd", "run", 500000));
   EXPECT_EQ(end.signal, SIGXFSZ);
-  EXPECT_EQ(slurp(scratch.at("out.dat")), kEarlierOutput);
+  EXPECT_EQ(read_file(scratch.at("out.dat")), kEarlierOutput);
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
 TEST_F(FileLimit, AppendedDataSetIsRestored) {
   const std::string earlier = earlier_data_set();
-  ASSERT_TRUE(spit(scratch.at("out.dat"), earlier));
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  ASSERT_TRUE(write_file(scratch.at("out.dat"), earlier));
+  ASSERT_TRUE(
+      write_file(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
   const Ending end = wait_for(start_kolv(scratch, "run.cmd", "run", 500000));
   EXPECT_EQ(end.signal, SIGXFSZ);
-  EXPECT_TRUE(slurp(scratch.at("out.dat")) == earlier) << "the data set was not restored";
+  EXPECT_TRUE(read_file(scratch.at("out.dat")) == earlier) << "the data set was not restored";
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
 TEST_F(FileLimit, DataSetThatAnAppendWasCreatingIsRemoved) {
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  ASSERT_TRUE(
+      write_file(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
   const Ending end = wait_for(start_kolv(scratch, "run.cmd", "run", 500000));
   EXPECT_EQ(end.signal, SIGXFSZ);
-  EXPECT_FALSE(exists(scratch.at("out.dat")));
+  EXPECT_FALSE(file_exists(scratch.at("out.dat")));
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
 // A signal ignored by the parent stays ignored: the run goes on to its end.
 TEST(IgnoredSignal, StaysIgnoredAndTheRunCompletes) {
   Scratch scratch;
-  ASSERT_TRUE(spit(scratch.at("in.txt"), delimited_input(400000)));
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), "INPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  ASSERT_TRUE(write_file(scratch.at("in.txt"), delimited_input(400000)));
+  ASSERT_TRUE(write_file(scratch.at("run.cmd"), "INPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
   const pid_t child = start_kolv(scratch, "run.cmd", "run", -1, SIGINT);
   sleep_us(20000);
   ::kill(child, SIGINT);
@@ -579,7 +542,7 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
     append_double(earlier, 0.0);
     append_double(earlier, static_cast<double>(i));
   }
-  ASSERT_TRUE(spit(scratch.at("out.dat"), earlier));
+  ASSERT_TRUE(write_file(scratch.at("out.dat"), earlier));
   for (int r = 1; r <= kRuns; ++r) {
     std::string text;
     text.reserve(kRows * 10);
@@ -589,9 +552,9 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
       text.append(line, static_cast<size_t>(n));
     }
     const std::string n = std::to_string(r);
-    ASSERT_TRUE(spit(scratch.at("in" + n + ".txt"), text));
-    ASSERT_TRUE(spit(scratch.at("run" + n + ".cmd"),
-                     "APPEND;\nINPUT in" + n + ".txt;\nOUTPUT out;\nINVAR id seq;\n"));
+    ASSERT_TRUE(write_file(scratch.at("in" + n + ".txt"), text));
+    ASSERT_TRUE(write_file(scratch.at("run" + n + ".cmd"),
+                           "APPEND;\nINPUT in" + n + ".txt;\nOUTPUT out;\nINVAR id seq;\n"));
   }
   std::vector<pid_t> children;
   for (int r = 1; r <= kRuns; ++r) {
@@ -602,11 +565,11 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
     const Ending end = wait_for(children[static_cast<size_t>(r - 1)]);
     const std::string n = std::to_string(r);
     EXPECT_EQ(end.status, 0) << "run " << r << " signal " << end.signal;
-    EXPECT_EQ(slurp(scratch.at("run" + n + ".stdout")), "") << "run " << r;
-    EXPECT_EQ(slurp(scratch.at("run" + n + ".stderr")), "") << "run " << r;
+    EXPECT_EQ(read_file(scratch.at("run" + n + ".stdout")), "") << "run " << r;
+    EXPECT_EQ(read_file(scratch.at("run" + n + ".stderr")), "") << "run " << r;
   }
 
-  const std::string ds = slurp(scratch.at("out.dat"));
+  const std::string ds = read_file(scratch.at("out.dat"));
   const uint32_t total = kEarlierRows + kRuns * static_cast<uint32_t>(kRows);
   ASSERT_EQ(ds.size(), data_offset(2) + 16ull * total);
   EXPECT_EQ(ds.substr(0, 128), header(8, total, 2)) << "header rows " << get32(ds, 80);
@@ -640,9 +603,10 @@ TEST(ConcurrentAppend, EightRunsQueueAndEachOnesRowsLandWhole) {
 TEST(ConcurrentAppend, ARunWaitsForTheLockAndASignalWhileWaitingChangesNothing) {
   Scratch scratch;
   const std::string earlier = earlier_data_set();
-  ASSERT_TRUE(spit(scratch.at("out.dat"), earlier));
-  ASSERT_TRUE(spit(scratch.at("in.txt"), delimited_input(1000)));
-  ASSERT_TRUE(spit(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  ASSERT_TRUE(write_file(scratch.at("out.dat"), earlier));
+  ASSERT_TRUE(write_file(scratch.at("in.txt"), delimited_input(1000)));
+  ASSERT_TRUE(
+      write_file(scratch.at("run.cmd"), "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
 
   // The lock kolv takes: a write lock over the whole file, held by an open
   // file description that kolv does not inherit.
@@ -660,20 +624,20 @@ TEST(ConcurrentAppend, ARunWaitsForTheLockAndASignalWhileWaitingChangesNothing) 
   ::kill(waiting, SIGTERM);
   Ending end = wait_for(waiting);
   EXPECT_EQ(end.signal, SIGTERM);
-  EXPECT_EQ(slurp(scratch.at("stopped.stdout")), "");
-  EXPECT_TRUE(slurp(scratch.at("out.dat")) == earlier);
+  EXPECT_EQ(read_file(scratch.at("stopped.stdout")), "");
+  EXPECT_TRUE(read_file(scratch.at("out.dat")) == earlier);
 
   waiting = start_kolv(scratch, "run.cmd", "run");
   sleep_us(300000);
   EXPECT_EQ(::waitpid(waiting, &wstatus, WNOHANG), 0) << "the run did not wait for the lock";
-  EXPECT_TRUE(slurp(scratch.at("out.dat")) == earlier) << "the data set changed under the lock";
+  EXPECT_TRUE(read_file(scratch.at("out.dat")) == earlier) << "the data set changed under the lock";
   ASSERT_EQ(::close(held), 0);
   end = wait_for(waiting);
   EXPECT_EQ(end.status, 0);
-  EXPECT_EQ(slurp(scratch.at("run.stdout")), "");
+  EXPECT_EQ(read_file(scratch.at("run.stdout")), "");
   const std::string expected = header(8, 1100, 3) + variable_block({"A", "B", "C"}) +
                                earlier.substr(data_offset(3)) + delimited_rows(1000);
-  EXPECT_TRUE(slurp(scratch.at("out.dat")) == expected);
+  EXPECT_TRUE(read_file(scratch.at("out.dat")) == expected);
 }
 
 }  // namespace

@@ -29,6 +29,8 @@
 #include "command/settings.hpp"
 #include "command/statement.hpp"
 #include "driver/entry.hpp"
+#include "support/dataset.hpp"
+#include "support/files.hpp"
 
 namespace kolv_fuzz {
 
@@ -39,60 +41,20 @@ namespace kolv_fuzz {
   std::abort();
 }
 
+using kolv_support::get32;
+using kolv_support::read_file;
+
+// Writes a scratch file; a failure breaks the run of the target.
 inline void write_file(const std::string& path, const std::string& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) broken("cannot write scratch file", path);
-  if (!bytes.empty() && std::fwrite(bytes.data(), bytes.size(), 1, f) != 1)
-    broken("short write", path);
-  if (std::fclose(f) != 0) broken("cannot close scratch file", path);
-}
-
-// Reads the whole file into bytes; false when it cannot be opened.
-inline bool read_file(const std::string& path, std::string& bytes) {
-  bytes.clear();
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return false;
-  char chunk[65536];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, n);
-  std::fclose(f);
-  return true;
-}
-
-inline uint32_t le32(const std::string& bytes, size_t at) {
-  uint32_t v = 0;
-  for (int i = 3; i >= 0; --i)
-    v = v << 8 | static_cast<unsigned char>(bytes[at + static_cast<size_t>(i)]);
-  return v;
+  if (!kolv_support::write_file(path, bytes)) broken("cannot write scratch file", path);
 }
 
 // Bytes of a finished data set that stands in the output's place before
 // every run: one numeric column X and two rows (1.0 and 2.0).
 inline std::string previous_data_set() {
-  std::string h(128, '\0');
-  auto put = [&h](size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i)
-      h[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i) & 0xFF);
-  };
-  put(0, 0xFFFFFFFF);
-  put(8, 0xFFFFFFFF);
-  put(16, 0xFFFFFFFF);
-  put(28, 0xABCDEF02);
-  put(32, 1);
-  put(40, 1);
-  put(44, 1008);
-  put(48, 8);
-  put(56, 1);
-  put(60, 2);
-  put(64, 1);
-  put(72, 168);
-  put(80, 2);
-  put(84, 1);
-  std::string name(32, '\0');
-  name[0] = 'X';
-  std::string types("\x01\0\0\0\0\0\0\0", 8);
   const double rows[2] = {1.0, 2.0};
-  return h + name + types + std::string(reinterpret_cast<const char*>(rows), sizeof rows);
+  return kolv_support::header(8, 2, 1) + kolv_support::variable_block({"X"}) +
+         std::string(reinterpret_cast<const char*>(rows), sizeof rows);
 }
 
 // A scratch directory private to this process, made on first use and

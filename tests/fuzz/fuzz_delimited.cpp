@@ -15,7 +15,7 @@
 namespace {
 
 using kolv_fuzz::broken;
-using kolv_fuzz::le32;
+using kolv_fuzz::get32;
 
 constexpr size_t kChoiceBytes = 8;
 constexpr size_t kReadSize = 131072;
@@ -187,11 +187,11 @@ void check_data_set(const kolv_fuzz::Sandbox& box, const Choice& ch, const std::
       static_cast<uint32_t>(ch.selected.empty() ? ch.varin : static_cast<int>(ch.selected.size()));
   const uint32_t pad = columns % 8 == 0 ? 0 : 8 - columns % 8;
   const uint32_t offset = 128 + 33 * columns + pad;
-  if (le32(ds, 48) != static_cast<uint32_t>(otyp))
-    broken("element size", std::to_string(le32(ds, 48)));
-  if (le32(ds, 52) != (ch.complex ? 1u : 0u)) broken("complex flag");
-  if (le32(ds, 84) != columns) broken("column count", std::to_string(le32(ds, 84)));
-  if (le32(ds, 72) != offset) broken("data offset", std::to_string(le32(ds, 72)));
+  if (get32(ds, 48) != static_cast<uint32_t>(otyp))
+    broken("element size", std::to_string(get32(ds, 48)));
+  if (get32(ds, 52) != (ch.complex ? 1u : 0u)) broken("complex flag");
+  if (get32(ds, 84) != columns) broken("column count", std::to_string(get32(ds, 84)));
+  if (get32(ds, 72) != offset) broken("data offset", std::to_string(get32(ds, 72)));
   if (ds.size() < offset) broken("output shorter than its variable block");
   for (uint32_t j = 0; j < columns; ++j) {
     const int input = ch.selected.empty() ? static_cast<int>(j) : ch.selected[j];
@@ -206,7 +206,7 @@ void check_data_set(const kolv_fuzz::Sandbox& box, const Choice& ch, const std::
   const size_t data = ds.size() - offset;
   if (data % row_bytes != 0) broken("rows do not fill the file", std::to_string(data));
   const size_t rows = data / row_bytes;
-  const uint32_t header_rows = le32(ds, 80);
+  const uint32_t header_rows = get32(ds, 80);
   // After a bad-data stop the rows of the unwritten block are still counted.
   const bool stopped = out.find("Bad data - file") != std::string::npos ||
                        out.find("Missing delimiter - file") != std::string::npos ||

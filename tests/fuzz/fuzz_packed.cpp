@@ -16,7 +16,7 @@
 namespace {
 
 using kolv_fuzz::broken;
-using kolv_fuzz::le32;
+using kolv_fuzz::get32;
 
 constexpr size_t kChoiceBytes = 6;
 constexpr size_t kFieldBytes = 3;
@@ -102,17 +102,17 @@ void check_data_set(const kolv_fuzz::Sandbox& box, const Choice& ch, size_t inpu
   std::string ds;
   if (!kolv_fuzz::read_file(box.path("out.dat"), ds)) broken("no output after a completed run");
   if (ds.size() < 128) broken("output shorter than a header", std::to_string(ds.size()));
-  if (le32(ds, 0) != 0xFFFFFFFFu || le32(ds, 28) != 0xABCDEF02u) broken("header signature");
-  const uint32_t otyp = le32(ds, 48);
+  if (get32(ds, 0) != 0xFFFFFFFFu || get32(ds, 28) != 0xABCDEF02u) broken("header signature");
+  const uint32_t otyp = get32(ds, 48);
   if (otyp != 2 && otyp != 4 && otyp != 8) broken("element size", std::to_string(otyp));
   if (ch.otyp == 0 && otyp != 8) broken("element size without OUTTYP", std::to_string(otyp));
   if (ch.otyp != 0 && otyp != static_cast<uint32_t>(ch.otyp) && otyp != 8)
     broken("element size", std::to_string(otyp));
   const uint32_t columns = static_cast<uint32_t>(ch.fields.size());
-  if (le32(ds, 84) != columns) broken("column count", std::to_string(le32(ds, 84)));
+  if (get32(ds, 84) != columns) broken("column count", std::to_string(get32(ds, 84)));
   const uint32_t pad = columns % 8 == 0 ? 0 : 8 - columns % 8;
   const uint32_t offset = 128 + 33 * columns + pad;
-  if (le32(ds, 72) != offset) broken("data offset", std::to_string(le32(ds, 72)));
+  if (get32(ds, 72) != offset) broken("data offset", std::to_string(get32(ds, 72)));
   if (ds.size() < offset) broken("output shorter than its variable block");
   for (uint32_t j = 0; j < columns; ++j) {
     const char type = ds[128 + 32 * columns + j];
@@ -122,9 +122,9 @@ void check_data_set(const kolv_fuzz::Sandbox& box, const Choice& ch, size_t inpu
   const size_t data = ds.size() - offset;
   if (data % row_bytes != 0) broken("rows do not fill the file", std::to_string(data));
   const size_t rows = data / row_bytes;
-  if (rows != le32(ds, 80))
+  if (rows != get32(ds, 80))
     broken("row count",
-           std::to_string(rows) + " in file, " + std::to_string(le32(ds, 80)) + " in header");
+           std::to_string(rows) + " in file, " + std::to_string(get32(ds, 80)) + " in header");
   if (rows > input_size / static_cast<size_t>(ch.record))
     broken("more rows than whole records", std::to_string(rows));
 }

@@ -19,6 +19,9 @@
 #include <string>
 #include <vector>
 
+#include "support/files.hpp"
+#include "support/scratch.hpp"
+
 namespace {
 
 const std::string kKolvdump = KOLVDUMP_E2E_KOLVDUMP;
@@ -31,29 +34,11 @@ struct Outcome {
   long peak_kib = 0;  // the largest resident size of the run, in KiB
 };
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-void write_file(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
+using kolv_support::read_file;
+using kolv_support::write_file;
 
 class KolvdumpE2E : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char templ[] = "/tmp/kolvdump_e2e_XXXXXX";
-    ASSERT_NE(mkdtemp(templ), nullptr);
-    dir_ = templ;
-  }
-  void TearDown() override {
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "cannot remove " << dir_;
-  }
-
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
 
   // Runs `program` with `args` in the test's folder.
@@ -107,7 +92,8 @@ class KolvdumpE2E : public ::testing::Test {
             "Z\xC3\xBCrich 12 1.5e-5\n");
   }
 
-  std::string dir_;
+  kolv_support::ScratchDir scratch_{"kolvdump_e2e"};
+  std::string dir_ = scratch_.path();
 };
 
 const char* const kValuesText =

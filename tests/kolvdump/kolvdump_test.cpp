@@ -11,16 +11,15 @@
 #include <vector>
 
 #include "kolvdump/cli.hpp"
+#include "support/dataset.hpp"
+#include "support/files.hpp"
+#include "support/scratch.hpp"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-void put32(Bytes& b, size_t at, uint32_t v) {
-  if (b.size() < at + 4) b.resize(at + 4, 0);
-  for (int i = 0; i < 4; ++i)
-    b[at + static_cast<size_t>(i)] = static_cast<uint8_t>((v >> (8 * i)) & 0xFF);
-}
+using kolv_support::put32;
 
 void append16(Bytes& b, uint16_t v) {
   b.push_back(static_cast<uint8_t>(v & 0xFF));
@@ -113,24 +112,11 @@ struct Outcome {
 
 class KolvdumpRun : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char templ[] = "/tmp/kolvdump_test_XXXXXX";
-    ASSERT_NE(mkdtemp(templ), nullptr);
-    dir_ = templ;
-  }
-  void TearDown() override {
-    for (const std::string& f : files_) unlink(f.c_str());
-    rmdir(dir_.c_str());
-  }
-
   std::string write(const std::string& name, const Bytes& bytes) {
     std::string path = dir_ + "/" + name;
-    FILE* fp = std::fopen(path.c_str(), "wb");
-    EXPECT_NE(fp, nullptr);
-    if (fp == nullptr) return path;
-    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), fp);
-    std::fclose(fp);
-    files_.push_back(path);
+    EXPECT_TRUE(kolv_support::write_file(
+        path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size())))
+        << path;
     return path;
   }
 
@@ -156,8 +142,8 @@ class KolvdumpRun : public ::testing::Test {
     return o;
   }
 
-  std::string dir_;
-  std::vector<std::string> files_;
+  kolv_support::ScratchDir scratch_{"kolvdump_test"};
+  std::string dir_ = scratch_.path();
 };
 
 std::string sp(size_t n) {
@@ -773,7 +759,6 @@ TEST_F(KolvdumpRun, UnknownTypeByte) {
 TEST_F(KolvdumpRun, NpyOfNumericColumnsIsTwoDimensional) {
   std::string path = write("rows.dat", counted_rows());
   std::string npy = dir_ + "/out.npy";
-  files_.push_back(npy);
   Outcome o = run({"--npy", npy, "--columns", "n", "--rows", "2:3", path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.out, "");
@@ -798,7 +783,6 @@ TEST_F(KolvdumpRun, NpyOfNumericColumnsIsTwoDimensional) {
 TEST_F(KolvdumpRun, NpyKeepsMissingPatternsAndText) {
   std::string path = write("doubles.dat", doubles_sample(2));
   std::string npy = dir_ + "/out.npy";
-  files_.push_back(npy);
   Outcome o = run({"--npy=" + npy, path});
   EXPECT_EQ(o.status, 0);
   EXPECT_EQ(o.err, "");
@@ -830,7 +814,6 @@ TEST_F(KolvdumpRun, NpyFromAPipeCountsItsRowsAfterwards) {
   FILE* in = fdopen(fds[0], "rb");
   ASSERT_NE(in, nullptr);
   std::string npy = dir_ + "/pipe.npy";
-  files_.push_back(npy);
   kolvdump::Options options;
   options.mode = kolvdump::Mode::kNpy;
   options.npy = npy;

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "kolvdump/cli.hpp"
+#include "support/scratch.hpp"
 
 namespace {
 
@@ -157,9 +158,8 @@ TEST(KolvdumpRows, RangeFirstToLast) {
 }
 
 TEST(KolvdumpPath, DatAddedToANameWithoutExtension) {
-  char templ[] = "/tmp/kolvdump_path_XXXXXX";
-  ASSERT_NE(mkdtemp(templ), nullptr);
-  std::string dir = templ;
+  const kolv_support::ScratchDir scratch("kolvdump_path");
+  const std::string dir = scratch.path();
   // Neither file: the name kolv would have written.
   EXPECT_EQ(kolvdump::data_set_path(dir + "/lakes"), dir + "/lakes.dat");
   // Only the bare name exists (a device, a file without extension).
@@ -171,9 +171,6 @@ TEST(KolvdumpPath, DatAddedToANameWithoutExtension) {
   EXPECT_EQ(kolvdump::data_set_path(dir + "/lakes.bin"), dir + "/lakes.bin");
   // A dot in a folder name is no extension.
   EXPECT_EQ(kolvdump::data_set_path("./x.d/lakes"), "./x.d/lakes.dat");
-  unlink((dir + "/lakes").c_str());
-  unlink((dir + "/lakes.dat").c_str());
-  rmdir(dir.c_str());
 }
 
 }  // namespace

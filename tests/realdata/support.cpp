@@ -29,57 +29,6 @@ std::string data_dir() {
   return resolved;
 }
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_file(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-bool file_exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
-
-// ------------------------------------------------------------ scratch dirs
-
-ScratchDir::ScratchDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string tmpl =
-      std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kolv-realdata-XXXXXX";
-  std::vector<char> buf(tmpl.begin(), tmpl.end());
-  buf.push_back('\0');
-  if (mkdtemp(buf.data()) == nullptr) {
-    ADD_FAILURE() << "cannot make a directory from " << tmpl;
-    return;
-  }
-  char resolved[PATH_MAX];
-  // kolv prints absolute, resolved names; compare against the same spelling.
-  path_ = realpath(buf.data(), resolved) != nullptr ? resolved : buf.data();
-}
-
-ScratchDir::~ScratchDir() {
-  if (path_.empty()) return;
-  for (const std::string& name : entries()) unlink(file(name).c_str());
-  rmdir(path_.c_str());
-}
-
-std::vector<std::string> ScratchDir::entries() const {
-  std::vector<std::string> names;
-  DIR* d = opendir(path_.c_str());
-  if (d == nullptr) return names;
-  while (dirent* e = readdir(d)) {
-    if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-      names.emplace_back(e->d_name);
-  }
-  closedir(d);
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 // ------------------------------------------------------------- running kolv
 
 KolvRun run_kolv(const ScratchDir& dir, const std::string& name, const std::string& command,
@@ -88,7 +37,7 @@ KolvRun run_kolv(const ScratchDir& dir, const std::string& name, const std::stri
   write_file(dir.file(name), command);
   // Captured output lives in a directory of its own: the scratch directory
   // must hold only what kolv itself leaves behind.
-  const ScratchDir capture;
+  const ScratchDir capture("kolv_realdata");
   const std::string out_name = capture.file("stdout");
   const std::string err_name = capture.file("stderr");
   const int out_fd = open(out_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -179,12 +128,6 @@ std::string element(uint64_t slot, int size) {
 
 namespace {
 
-uint32_t word_at(const std::string& bytes, size_t offset) {
-  uint32_t w = 0;
-  if (offset + 4 <= bytes.size()) std::memcpy(&w, bytes.data() + offset, 4);
-  return w;
-}
-
 std::string hex_of(const std::string& bytes) {
   std::string s;
   char b[4];
@@ -198,70 +141,6 @@ std::string hex_of(const std::string& bytes) {
 }
 
 }  // namespace
-
-DataSet read_data_set(const std::string& path) {
-  DataSet ds;
-  if (!file_exists(path)) {
-    ds.problem = "no file " + path;
-    return ds;
-  }
-  const std::string file = read_file(path);
-  if (file.size() < 128) {
-    ds.problem = "shorter than a header: " + std::to_string(file.size()) + " bytes";
-    return ds;
-  }
-  std::ostringstream why;
-  // Word offset and the value every finished data set holds there.
-  const std::pair<size_t, uint32_t> fixed[] = {
-      {0, 0xFFFFFFFF}, {4, 0},           {8, 0xFFFFFFFF}, {12, 0}, {16, 0xFFFFFFFF}, {20, 0},
-      {24, 0},         {28, 0xABCDEF02}, {32, 1},         {36, 0}, {40, 1},          {56, 1},
-      {60, 2},         {64, 1},          {68, 0},         {76, 0}};
-  for (const auto& [offset, value] : fixed) {
-    if (word_at(file, offset) != value)
-      why << "header word at " << offset << " is " << std::hex << word_at(file, offset) << ", not "
-          << value << std::dec << "; ";
-  }
-  for (size_t offset = 88; offset < 128; ++offset) {
-    if (file[offset] != '\0') {
-      why << "reserved header byte " << offset << " is not zero; ";
-      break;
-    }
-  }
-  ds.element_code = word_at(file, 44);
-  ds.element_size = word_at(file, 48);
-  ds.complex_flag = word_at(file, 52);
-  ds.data_offset = word_at(file, 72);
-  ds.rows = word_at(file, 80);
-  ds.columns = word_at(file, 84);
-  const uint32_t n = ds.columns;
-  const uint32_t pad = n % 8 == 0 ? 0 : 8 - n % 8;
-  const uint64_t block_end = 128ULL + 33ULL * n + pad;
-  if (ds.data_offset != block_end)
-    why << "data offset " << ds.data_offset << ", not 128 + 33n + pad = " << block_end << "; ";
-  if (block_end > file.size()) {
-    why << "variable block runs past the end of the file; ";
-    ds.problem = why.str();
-    return ds;
-  }
-  for (uint32_t i = 0; i < n; ++i) {
-    const char* field = file.data() + 128 + 32 * i;
-    ds.names.emplace_back(field, strnlen(field, 32));
-    // The name is ended by zero bytes to the end of its field.
-    for (size_t k = ds.names.back().size(); k < 32; ++k) {
-      if (field[k] != '\0') {
-        why << "name field " << i << " has bytes after its zero; ";
-        break;
-      }
-    }
-    ds.types.push_back(static_cast<uint8_t>(file[128 + 32 * n + i]));
-  }
-  for (uint32_t k = 0; k < pad; ++k) {
-    if (file[128 + 33 * n + k] != '\0') why << "pad byte " << k << " is not zero; ";
-  }
-  ds.data = file.substr(ds.data_offset);
-  ds.problem = why.str();
-  return ds;
-}
 
 void expect_data_set(const std::string& path, const ExpectedSet& e) {
   const DataSet ds = read_data_set(path);

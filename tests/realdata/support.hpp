@@ -7,30 +7,19 @@
 #include <string>
 #include <vector>
 
+#include "support/dataset.hpp"
+#include "support/files.hpp"
+#include "support/scratch.hpp"
+
 namespace realdata {
 
 // The real-data folder as an absolute path, or "" when it is not there.
 std::string data_dir();
 
-std::string read_file(const std::string& path);
-void write_file(const std::string& path, const std::string& bytes);
-bool file_exists(const std::string& path);
-
-// A fresh directory under the system's temporary directory, removed with
-// everything in it when the object goes.
-class ScratchDir {
- public:
-  ScratchDir();
-  ~ScratchDir();
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  std::vector<std::string> entries() const;  // names in the directory, sorted
-
- private:
-  std::string path_;
-};
+using kolv_support::file_exists;
+using kolv_support::read_file;
+using kolv_support::ScratchDir;
+using kolv_support::write_file;
 
 struct KolvRun {
   int status = -1;  // exit status, or -1 when the program did not exit normally
@@ -57,23 +46,8 @@ uint64_t text_slot(const std::string& text);  // first 8 bytes, zero-padded
 std::string element(uint64_t slot, int size);
 
 // ------------------------------------------------------------- data sets
-struct DataSet {
-  std::string problem;  // why the file is not a well-formed data set; "" when it is
-  uint32_t element_code = 0;
-  uint32_t element_size = 0;
-  uint32_t complex_flag = 0;
-  uint32_t data_offset = 0;
-  uint32_t rows = 0;
-  uint32_t columns = 0;
-  std::vector<std::string> names;
-  std::vector<uint8_t> types;
-  std::string data;  // every byte from the data offset to the end of the file
-};
-
-// Reads a data set and checks the parts of its header that never vary
-// (signature, byte-order words, fixed and reserved words, the variable
-// block's padding). Any fault is described in `problem`.
-DataSet read_data_set(const std::string& path);
+using kolv_support::DataSet;
+using kolv_support::read_data_set;
 
 struct ExpectedSet {
   uint32_t rows = 0;          // row count of the header

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/state.hpp"
+#include "support/dataset.hpp"
 
 namespace {
 
@@ -29,13 +30,7 @@ struct TempFile {
   TempFile& operator=(const TempFile&) = delete;
 };
 
-void put32(Bytes& b, size_t at, uint32_t v) {
-  if (b.size() < at + 4) b.resize(at + 4, 0);
-  b[at] = static_cast<uint8_t>(v & 0xFF);
-  b[at + 1] = static_cast<uint8_t>((v >> 8) & 0xFF);
-  b[at + 2] = static_cast<uint8_t>((v >> 16) & 0xFF);
-  b[at + 3] = static_cast<uint8_t>((v >> 24) & 0xFF);
-}
+using kolv_support::put32;
 
 // A finished header of `rows` rows of `columns` doubles, set field by field
 // from the layout table.
@@ -58,17 +53,21 @@ Bytes table_header(uint32_t rows, uint32_t columns, uint32_t offset) {
   return b;
 }
 
-// Runs ReadFileHeader and returns the message it ended the run with, or
-// "returned N" when it returned.
+// Runs ReadFileHeader and names what it found.
 std::string validate(const Bytes& file, uint8_t uhout[128]) {
   TempFile t(file);
   if (t.fp == nullptr) return "no temporary file";
-  try {
-    int version = kolv::ReadFileHeader(t.fp, uhout);
-    return "returned " + std::to_string(version);
-  } catch (const kolv::FatalError& e) {
-    return e.message;
+  switch (kolv::ReadFileHeader(t.fp, uhout)) {
+    case kolv::HeaderCheck::kVersion96:
+      return "version 96";
+    case kolv::HeaderCheck::kVersion92:
+      return "version 92";
+    case kolv::HeaderCheck::kReversed:
+      return "reversed";
+    case kolv::HeaderCheck::kUnrecognised:
+      return "unrecognised";
   }
+  return "no such outcome";
 }
 
 std::string validate(const Bytes& file) {
@@ -76,9 +75,9 @@ std::string validate(const Bytes& file) {
   return validate(file, uhout);
 }
 
-const char* const kUnrecognised = "kolv -- unrecognized output file type, cannot append\n";
-const char* const kReversed = "kolv -- byte order reversed, use morvelix before appending\n";
-const char* const kV92 = "kolv -- v92 file format, use morvelix before appending\n";
+const char* const kUnrecognised = "unrecognised";
+const char* const kReversed = "reversed";
+const char* const kV92 = "version 92";
 
 }  // namespace
 
@@ -188,7 +187,7 @@ TEST(ReadFileHeader, AcceptsFinishedFileAndLeavesHeader) {
   Bytes file = table_header(10, 3, 232);
   file.resize(232 + 10 * 3 * 8, 0);
   uint8_t uhout[128];
-  EXPECT_EQ(validate(file, uhout), "returned 96");
+  EXPECT_EQ(validate(file, uhout), "version 96");
   EXPECT_EQ(kolv::header_rows(uhout), 10u);
   EXPECT_EQ(std::memcmp(uhout, file.data(), 128), 0);
 }
@@ -199,7 +198,7 @@ TEST(ReadFileHeader, RowCountOfOwnHeaderReadsBack) {
   Bytes file(built, built + 128);
   file.resize(kolv::data_offset(2) + 10 * 2 * 8, 0);
   uint8_t uhout[128];
-  EXPECT_EQ(validate(file, uhout), "returned 96");
+  EXPECT_EQ(validate(file, uhout), "version 96");
   EXPECT_EQ(kolv::header_rows(uhout), 10u);
   // Appending 5 rows: the rebuilt header counts old and new rows together.
   kolv::build_header(built, 8, 1, kolv::header_rows(uhout) + 5, 2);
@@ -213,7 +212,7 @@ TEST(ReadFileHeader, RewindsBeforeReading) {
   ASSERT_NE(t.fp, nullptr);
   std::fseek(t.fp, 0, SEEK_END);  // the stream is at the end, as after writing
   uint8_t uhout[128];
-  EXPECT_EQ(kolv::ReadFileHeader(t.fp, uhout), 96);
+  EXPECT_EQ(kolv::ReadFileHeader(t.fp, uhout), kolv::HeaderCheck::kVersion96);
   EXPECT_EQ(kolv::header_rows(uhout), 7u);
 }
 

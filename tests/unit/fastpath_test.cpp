@@ -492,7 +492,8 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
   const uint64_t count = total_count() / 3;
   Rng rng(base_seed() + 4);
   std::vector<char> buffer(256);
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   uint64_t failures = 0, in_place = 0;
   for (uint64_t i = 0; i < count; ++i) {
     const int width = between(rng, 0, 24);
@@ -530,11 +531,11 @@ TEST(PackedNumber, SameAsScandbltempOnTheRebuiltText) {
                     << by_words;
     if (!taken) continue;
     ++in_place;
-    run.set.mstring = mstring;
+    plan.missing_symbol = mstring;
     const std::string text = rebuilt(field, decimals);
     char slot[8];
     uint32_t status = 99;
-    kolv::scandbltemp(run, text.c_str(), slot, 0, status);
+    kolv::scandbltemp(engine, text.c_str(), slot, 0, status);
     uint64_t want = 0;
     std::memcpy(&want, slot, 8);
     if ((status != 1 || want != std::bit_cast<uint64_t>(number)) && ++failures <= 10)
@@ -561,17 +562,18 @@ void keep_freed_buffers() {
 
 // One run reading the given bytes read_size at a time, with the buffer filled.
 struct ScanRun {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   std::string bytes;
   FILE* in = nullptr;
   ScanRun(const std::string& input, int read_size, char mstring) : bytes(input) {
     in = fmemopen(bytes.empty() ? nullptr : bytes.data(), bytes.size(), "rb");
     if (in == nullptr) in = std::tmpfile();  // fmemopen refuses an empty buffer
-    run.rb.infp = in;
-    run.rb.read_size = read_size;
-    run.rb.theresmore = 1;
-    run.set.mstring = mstring;
-    kolv::first_fill(run.rb);
+    engine.rb.infp = in;
+    engine.rb.read_size = read_size;
+    engine.rb.theresmore = 1;
+    plan.missing_symbol = mstring;
+    kolv::first_fill(engine.rb);
   }
   ~ScanRun() { std::fclose(in); }
   ScanRun(const ScanRun&) = delete;
@@ -594,40 +596,42 @@ struct Outcome {
 
 template <class Scan>
 Outcome scan_with(ScanRun& s, long offset, int field, Scan scan) {
-  char* buffer = s.run.rb.inbuff.get();
+  char* buffer = s.engine.rb.inbuff.get();
   char slot[8];
   std::memset(slot, 0x55, sizeof slot);
   uint32_t status = 99;
-  s.run.rb.cperr = nullptr;
-  char* next = scan(s.run, buffer + offset, slot, field, status);
-  const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
+  s.engine.rb.cperr = nullptr;
+  char* next = scan(s.engine, buffer + offset, slot, field, status);
+  const long cperr =
+      s.engine.rb.cperr == nullptr ? -1 : static_cast<long>(s.engine.rb.cperr - buffer);
   return {static_cast<long>(next - buffer), std::string(slot, 8), status, cperr,
-          s.run.vars.vrec[static_cast<size_t>(field)],
+          s.engine.vrec[static_cast<size_t>(field)],
           // Without a refill the buffer holds what it held before the scan.
-          s.run.rb.fills == 0 ? std::string() : std::string(buffer), s.run.rb.theresmore,
-          s.run.rb.readbytes, s.run.rb.fills, std::ftell(s.in)};
+          s.engine.rb.fills == 0 ? std::string() : std::string(buffer), s.engine.rb.theresmore,
+          s.engine.rb.readbytes, s.engine.rb.fills, std::ftell(s.in)};
 }
 
 // The same outcome without copying the buffer, for scans that refill nothing
 // (a refill shows in the count of fills and the input's position).
 template <class Scan>
 Outcome scan_light(ScanRun& s, long offset, Scan scan) {
-  char* buffer = s.run.rb.inbuff.get();
+  char* buffer = s.engine.rb.inbuff.get();
   char slot[8];
   std::memset(slot, 0x55, sizeof slot);
   uint32_t status = 99;
-  s.run.rb.cperr = nullptr;
-  char* next = scan(s.run, buffer + offset, slot, 0, status);
-  const long cperr = s.run.rb.cperr == nullptr ? -1 : static_cast<long>(s.run.rb.cperr - buffer);
+  s.engine.rb.cperr = nullptr;
+  char* next = scan(s.engine, buffer + offset, slot, 0, status);
+  const long cperr =
+      s.engine.rb.cperr == nullptr ? -1 : static_cast<long>(s.engine.rb.cperr - buffer);
   return {static_cast<long>(next - buffer),
           std::string(slot, 8),
           status,
           cperr,
-          s.run.vars.vrec[0],
+          s.engine.vrec[0],
           std::string(),
-          s.run.rb.theresmore,
-          s.run.rb.readbytes,
-          s.run.rb.fills,
+          s.engine.rb.theresmore,
+          s.engine.rb.readbytes,
+          s.engine.rb.fills,
           std::ftell(s.in)};
 }
 
@@ -661,7 +665,8 @@ TEST(ScandblQuickDecision, SameAsTheFullSteps) {
     const int field_index = between(rng, 0, 3);
     ScanRun a(input, read_size, mstring), b(input, read_size, mstring),
         c(input, read_size, mstring);
-    if (offset > static_cast<long>(std::strlen(a.run.rb.inbuff.get()))) continue;  // not buffered
+    if (offset > static_cast<long>(std::strlen(a.engine.rb.inbuff.get())))
+      continue;  // not buffered
     const Outcome wide = scan_with(a, offset, field_index, kolv::scandbl_as<kolv::kWideNumbers>);
     const Outcome portable = scan_with(c, offset, field_index, kolv::scandbl_as<false>);
     const Outcome full = scan_with(b, offset, field_index, kolv::scan_detail::scandbl_steps);
@@ -692,7 +697,7 @@ TEST(ScandblQuickDecision, SameAtEveryBufferPosition) {
     const std::string f(field);
     ScanRun a(input, kolv::kReadSize, '*'), b(input, kolv::kReadSize, '*'),
         c(input, kolv::kReadSize, '*');
-    char* bufs[3] = {a.run.rb.inbuff.get(), b.run.rb.inbuff.get(), c.run.rb.inbuff.get()};
+    char* bufs[3] = {a.engine.rb.inbuff.get(), b.engine.rb.inbuff.get(), c.engine.rb.inbuff.get()};
     uint64_t failures = 0;
     const long in_place_limit = kolv::kReadSize - 200;
     for (long offset = 0; offset < kolv::kReadSize; ++offset) {
@@ -750,7 +755,8 @@ TEST(ScanstrOneStep, SameAsTheSteps) {
     const char mstring = pick(rng, ".-*9a");
     const int field_index = between(rng, 0, 3);
     ScanRun a(input, read_size, mstring), b(input, read_size, mstring);
-    if (offset > static_cast<long>(std::strlen(a.run.rb.inbuff.get()))) continue;  // not buffered
+    if (offset > static_cast<long>(std::strlen(a.engine.rb.inbuff.get())))
+      continue;  // not buffered
     const Outcome one = scan_with(a, offset, field_index, kolv::scanstr_as<kolv::kWideNumbers>);
     const Outcome steps = scan_with(b, offset, field_index, kolv::scan_detail::scanstr_steps);
     if (!(one == steps) && ++failures <= 10)

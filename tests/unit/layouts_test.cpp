@@ -27,28 +27,29 @@ class Rows {
   Rows(const std::string& input, const std::string& types, char delimiter = ',', int ndels = 0,
        int read_size = kolv::kReadSize)
       : n_(static_cast<int>(types.size())) {
-    t.run.lay.delimiter = delimiter;
-    t.run.lay.ndels = static_cast<uint8_t>(ndels);
-    for (char c : types) types_.push_back(c == 'n' ? 1 : 0);
+    t.plan.delimiter = delimiter;
+    t.plan.delimiter_after_last = ndels != 0;
+    for (char c : types)
+      types_.push_back(c == 'n' ? kolv::FieldKind::kNumeric : kolv::FieldKind::kCharacter);
     t.declare(types);
     t.feed(input, read_size);
     pos_ = t.buffer();
   }
   RowEnd next() {
     slots_.assign(8 * static_cast<size_t>(n_), '\x55');
-    return kolv::read_row<L>(t.run, pos_, slots_.data(), n_, types_.data(), partial);
+    return kolv::read_row<L>(t.engine, pos_, slots_.data(), n_, types_.data(), partial);
   }
   std::string slot(int k) const { return std::string(slots_.data() + 8 * k, 8); }
   long offset() const { return static_cast<long>(pos_ - const_cast<TestRun&>(t).buffer()); }
   char at() const { return *pos_; }
-  int32_t line() const { return t.run.cnt.srcrow; }
+  int32_t line() const { return t.engine.srcrow; }
 
   TestRun t;
   bool partial = false;
 
  private:
   int n_;
-  std::vector<uint8_t> types_;
+  std::vector<kolv::FieldKind> types_;
   std::vector<char> slots_;
   char* pos_ = nullptr;
 };

@@ -9,11 +9,13 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/state.hpp"
-#include "command/format.hpp"
+#include "command/packed_record.hpp"
+#include "driver/plan.hpp"
 #include "engine/loops.hpp"
 #include "engine/packed.hpp"
 
@@ -70,7 +72,28 @@ struct PackedRun {
 
   int parsed = 0;
 
-  int convert() { return kolv::loopfmt(run); }
+  // The plan the driver makes from the run, and an engine over it that reads
+  // the input and writes the rows; its counts go back into the run, as the
+  // driver takes them.
+  kolv::Plan plan;
+  std::unique_ptr<kolv::Engine> engine;
+  kolv::Engine& start() {
+    plan = kolv::make_plan(run);
+    engine = std::make_unique<kolv::Engine>(plan, run.io);
+    engine->rb.infp = run.rb.infp;
+    engine->input_name = run.set.infile;
+    engine->sink = run.files.fout;
+    return *engine;
+  }
+  int finish(int status) {
+    run.cnt.row += engine->rows;
+    run.vars.vrec = engine->vrec;
+    return status;
+  }
+  int convert() { return finish(kolv::loopfmt(start())); }
+  int convert_buffered(int buffer_bytes) {
+    return finish(kolv::loopfmt_buffered(start(), buffer_bytes));
+  }
   std::string messages() {
     std::fflush(run.io.out);
     return std::string(text, size);
@@ -122,97 +145,103 @@ struct Scanned {
   uint32_t status = 7;
 };
 
-Scanned dbltemp(kolv::Run& run, const char* text, int index = 0) {
+Scanned dbltemp(kolv::Engine& engine, const char* text, int index = 0) {
   Scanned s;
   char slot[8];
   std::memset(slot, 0x55, sizeof slot);
-  kolv::scandbltemp(run, text, slot, index, s.status);
+  kolv::scandbltemp(engine, text, slot, index, s.status);
   std::memcpy(&s.bits, slot, 8);
   return s;
 }
 
 TEST(ScanDblTemp, Numbers) {
-  kolv::Run run;
-  EXPECT_EQ(dbltemp(run, "12.34").bits, bits_of(12.34));
-  EXPECT_EQ(dbltemp(run, "   -7").bits, bits_of(-7.0));
-  EXPECT_EQ(dbltemp(run, ".5").bits, bits_of(0.5));
-  EXPECT_EQ(dbltemp(run, "1e5xyz").bits, bits_of(1e5));
-  EXPECT_EQ(dbltemp(run, "12 34").bits, bits_of(12.0));
-  EXPECT_EQ(dbltemp(run, "0x10").bits, bits_of(16.0));
-  EXPECT_EQ(dbltemp(run, "\t 3").bits, bits_of(3.0));
-  EXPECT_EQ(dbltemp(run, "12.3").status, 1u);
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
+  EXPECT_EQ(dbltemp(engine, "12.34").bits, bits_of(12.34));
+  EXPECT_EQ(dbltemp(engine, "   -7").bits, bits_of(-7.0));
+  EXPECT_EQ(dbltemp(engine, ".5").bits, bits_of(0.5));
+  EXPECT_EQ(dbltemp(engine, "1e5xyz").bits, bits_of(1e5));
+  EXPECT_EQ(dbltemp(engine, "12 34").bits, bits_of(12.0));
+  EXPECT_EQ(dbltemp(engine, "0x10").bits, bits_of(16.0));
+  EXPECT_EQ(dbltemp(engine, "\t 3").bits, bits_of(3.0));
+  EXPECT_EQ(dbltemp(engine, "12.3").status, 1u);
 }
 
 TEST(ScanDblTemp, RecordsTheTextForReports) {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   const char* text = "  1";
-  dbltemp(run, text);
-  EXPECT_EQ(run.rb.cperr, text);
+  dbltemp(engine, text);
+  EXPECT_EQ(engine.rb.cperr, text);
   const char* bad = "  +";
-  dbltemp(run, bad);
-  EXPECT_EQ(run.rb.cperr, bad);
+  dbltemp(engine, bad);
+  EXPECT_EQ(engine.rb.cperr, bad);
 }
 
 TEST(ScanDblTemp, MissingValues) {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   for (const char* t : {".", "  .", ". ", ".,", ".\t", ".\n", ".\r", ".I", ".}", "   .  "}) {
-    Scanned s = dbltemp(run, t);
+    Scanned s = dbltemp(engine, t);
     EXPECT_EQ(s.status, 1u) << t;
     EXPECT_EQ(s.bits, kMiss64) << t;
   }
-  run.set.mstring = '*';
-  EXPECT_EQ(dbltemp(run, "*").bits, kMiss64);
-  EXPECT_EQ(dbltemp(run, " * ").bits, kMiss64);
-  EXPECT_EQ(dbltemp(run, ".").bits, kMiss64);
-  EXPECT_EQ(dbltemp(run, "*5").status, 0u);
+  plan.missing_symbol = '*';
+  EXPECT_EQ(dbltemp(engine, "*").bits, kMiss64);
+  EXPECT_EQ(dbltemp(engine, " * ").bits, kMiss64);
+  EXPECT_EQ(dbltemp(engine, ".").bits, kMiss64);
+  EXPECT_EQ(dbltemp(engine, "*5").status, 0u);
 }
 
 TEST(ScanDblTemp, NothingToConvert) {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   for (const char* t : {"", "   ", "+", "-", ".x", "!", "*", "\t\t", "- 1"}) {
-    Scanned s = dbltemp(run, t);
+    Scanned s = dbltemp(engine, t);
     EXPECT_EQ(s.status, 0u) << t;
   }
-  for (uint8_t v : run.vars.vrec) ASSERT_EQ(v, 0);
+  for (uint8_t v : engine.vrec) ASSERT_EQ(v, 0);
 }
 
 TEST(ScanDblTemp, LettersMakeCharacterData) {
-  kolv::Run run;
-  Scanned s = dbltemp(run, "  abc", 3);
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
+  Scanned s = dbltemp(engine, "  abc", 3);
   EXPECT_EQ(s.status, 1u);
   EXPECT_EQ(s.bits, text8("abc"));
-  EXPECT_EQ(run.vars.vrec[3], 1);
-  s = dbltemp(run, "_x1 y", 4);
+  EXPECT_EQ(engine.vrec[3], 1);
+  s = dbltemp(engine, "_x1 y", 4);
   EXPECT_EQ(s.bits, text8("_x1"));
-  EXPECT_EQ(run.vars.vrec[4], 1);
-  s = dbltemp(run, "abcdefghij", 5);
+  EXPECT_EQ(engine.vrec[4], 1);
+  s = dbltemp(engine, "abcdefghij", 5);
   EXPECT_EQ(s.bits, text8("abcdefgh"));
-  EXPECT_EQ(run.vars.vrec[5], 255);
+  EXPECT_EQ(engine.vrec[5], 255);
 }
 
 TEST(ScanStrTemp, TextAndMissingValue) {
-  kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   char slot[8];
   uint32_t status = 0;
-  kolv::scanstrtemp(run, "ab,cd", slot, 2, status);
+  kolv::scanstrtemp(engine, "ab,cd", slot, 2, status);
   EXPECT_EQ(status, 1u);
   uint64_t b;
   std::memcpy(&b, slot, 8);
   EXPECT_EQ(b, text8("ab"));
-  EXPECT_EQ(run.vars.vrec[2], 1);
+  EXPECT_EQ(engine.vrec[2], 1);
 
-  run.set.mstring = 'N';
-  kolv::scanstrtemp(run, "N ", slot, 6, status);
+  plan.missing_symbol = 'N';
+  kolv::scanstrtemp(engine, "N ", slot, 6, status);
   std::memcpy(&b, slot, 8);
   EXPECT_EQ(b, kMiss64);
-  EXPECT_EQ(run.vars.vrec[6], 1);
-  kolv::scanstrtemp(run, "NA", slot, 6, status);
+  EXPECT_EQ(engine.vrec[6], 1);
+  kolv::scanstrtemp(engine, "NA", slot, 6, status);
   std::memcpy(&b, slot, 8);
   EXPECT_EQ(b, text8("NA"));
   // A truncation stays marked.
-  kolv::scanstrtemp(run, "abcdefghi", slot, 7, status);
-  kolv::scanstrtemp(run, "ab", slot, 7, status);
-  EXPECT_EQ(run.vars.vrec[7], 255);
+  kolv::scanstrtemp(engine, "abcdefghi", slot, 7, status);
+  kolv::scanstrtemp(engine, "ab", slot, 7, status);
+  EXPECT_EQ(engine.vrec[7], 255);
 }
 
 // ---------------------------------------------------------------- line ends
@@ -236,7 +265,7 @@ TEST(LoopFmt, CrLfRecordsUnderCheckGrowTheRecord) {
   ASSERT_EQ(p.parsed, 6);
   EXPECT_EQ(p.convert(), 0);
   EXPECT_EQ(p.messages(), "Records beginning with CR/LF... Setting record length to 82\n");
-  EXPECT_EQ(p.run.vars.record, 82);
+  EXPECT_EQ(p.engine->record, 82);
   EXPECT_EQ(p.run.cnt.row, 2u);
   std::vector<uint64_t> w = p.words();
   ASSERT_EQ(w.size(), 12u);
@@ -248,7 +277,7 @@ TEST(LoopFmt, CrLfRecordsUnderCheckGrowTheRecord) {
   EXPECT_EQ(w[5], bits_of(123.5));
   EXPECT_EQ(w[6], text8("F"));
   for (int i = 7; i < 12; ++i) EXPECT_EQ(w[static_cast<size_t>(i)], kMiss64) << i;
-  EXPECT_EQ(p.run.rb.read_size, kolv::kReadSize);
+  EXPECT_EQ(p.engine->rb.read_size, kolv::kReadSize);
 }
 
 TEST(LoopFmt, CrLfRecordsUnderNoCheckKeepTheRecord) {
@@ -256,7 +285,7 @@ TEST(LoopFmt, CrLfRecordsUnderNoCheckKeepTheRecord) {
   p.run.set.noauto = 1;
   EXPECT_EQ(p.convert(), 0);
   EXPECT_EQ(p.messages(), "KOLV WARNING: some records begin with CR/LF\n");
-  EXPECT_EQ(p.run.vars.record, 4);
+  EXPECT_EQ(p.engine->record, 4);
   // 18 bytes: four 4-byte records, then "\r\n", which is no extra data.
   std::vector<uint64_t> w = p.words();
   ASSERT_EQ(w.size(), 4u);
@@ -279,7 +308,7 @@ TEST(LoopFmt, NewlineRecordsUnderCheckAndNoCheck) {
   nocheck.run.set.noauto = 1;
   EXPECT_EQ(nocheck.convert(), 0);
   EXPECT_EQ(nocheck.messages().rfind("KOLV WARNING: some records begin with newlines\n", 0), 0u);
-  EXPECT_EQ(nocheck.run.vars.record, 3);
+  EXPECT_EQ(nocheck.engine->record, 3);
 }
 
 TEST(LoopFmt, SecondLineEndAloneDecidesNewline) {
@@ -496,7 +525,7 @@ TEST(LoopFmt, BadDataIsReportedAndEndsTheRun) {
             "Bad data - file /data/in.dat,  line 2,  file offset 15 hex, 15 decimal:\n"
             "   Hex:    20 2b 20 20 20 \n"
             "   ASCII: \" +   \"\n");
-  EXPECT_EQ(p.run.rb.read_size, kolv::kReadSize);
+  EXPECT_EQ(p.engine->rb.read_size, kolv::kReadSize);
 }
 
 TEST(LoopFmt, BadDataDumpShowsTheRebuiltText) {
@@ -603,7 +632,7 @@ TEST(LoopFmt, EmptyInput) {
 TEST(LoopFmt, ExtraBytesInTheNextRead) {
   // Three records fill the 9-byte buffer exactly; "xy" comes with a refill.
   PackedRun p("3 (1,3) a", "123456789xy");
-  EXPECT_EQ(kolv::loopfmt_buffered(p.run, 9), 0);
+  EXPECT_EQ(p.convert_buffered(9), 0);
   EXPECT_EQ(p.messages(),
             "2 extra bytes at end of file /data/in.dat:\n"
             "   Hex:    78 79 \n"
@@ -633,10 +662,10 @@ void expect_numbered(PackedRun& p, int count) {
 TEST(LoopFmt, RecordsAcrossManySmallRefills) {
   for (int buffer : {1, 3, 5, 10, 11, 64}) {
     PackedRun p("7 (1,7) a", numbered_records(500, 7));
-    EXPECT_EQ(kolv::loopfmt_buffered(p.run, buffer), 0) << buffer;
+    EXPECT_EQ(p.convert_buffered(buffer), 0) << buffer;
     expect_numbered(p, 500);
     EXPECT_EQ(p.messages(), "");
-    EXPECT_EQ(p.run.rb.read_size, kolv::kReadSize);
+    EXPECT_EQ(p.engine->rb.read_size, kolv::kReadSize);
   }
 }
 
@@ -646,7 +675,7 @@ TEST(LoopFmt, RecordsAcrossTheReadBufferBoundary) {
   EXPECT_EQ(p.convert(), 0);
   expect_numbered(p, 60000);
   // 420000 bytes: the first fill and three refills.
-  EXPECT_EQ(p.run.rb.fills, 3u);
+  EXPECT_EQ(p.engine->rb.fills, 3u);
 }
 
 TEST(LoopFmt, OneByteRecords) {
@@ -699,7 +728,7 @@ TEST(LoopFmt, LongestRecordsWithLineEnds) {
   EXPECT_EQ(q.messages(), "Records beginning with CR/LF... Setting record length to 131074\n");
   EXPECT_EQ(q.words(),
             (std::vector<uint64_t>{bits_of(5.0), bits_of(6.0), bits_of(7.0), bits_of(8.0)}));
-  EXPECT_EQ(q.run.rb.read_size, kolv::kReadSize);
+  EXPECT_EQ(q.engine->rb.read_size, kolv::kReadSize);
 }
 
 // ---------------------------------------------------------------- output
@@ -743,7 +772,7 @@ TEST(LoopFmt, WriteFailureIsStatusTwo) {
   p.run.files.fout = std::fopen("/dev/null", "r");
   ASSERT_NE(p.run.files.fout, nullptr);
   EXPECT_EQ(p.convert(), 2);
-  EXPECT_EQ(p.run.rb.read_size, kolv::kReadSize);
+  EXPECT_EQ(p.engine->rb.read_size, kolv::kReadSize);
 }
 
 TEST(LoopFmt, RowWiderThanABlockIsStatusOne) {
@@ -751,7 +780,7 @@ TEST(LoopFmt, RowWiderThanABlockIsStatusOne) {
   ASSERT_EQ(p.parsed, 16385);
   EXPECT_EQ(p.convert(), 1);
   EXPECT_EQ(p.output(), "");
-  EXPECT_EQ(p.run.rb.read_size, kolv::kReadSize);
+  EXPECT_EQ(p.engine->rb.read_size, kolv::kReadSize);
   // The same row in 4-byte elements fits.
   PackedRun q("131072 (1,1) x[16385]", std::string(131072, '2'), 4);
   EXPECT_EQ(q.convert(), 0);

@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "test_run.hpp"
@@ -23,7 +24,31 @@ using kolv_test::miss8;
 using kolv_test::TestRun;
 using kolv_test::text8;
 
-using LoopFn = kolv::LoopStatus (*)(kolv::Run&);
+// The row loops by their old names: a layout and whether every input
+// variable is output ("ALL") or the selected ones ("SOME"). The "shfl" (2-
+// and 4-byte) and "dbl" (8-byte) members differ only in the element type,
+// which the plan carries.
+struct Loop {
+  kolv::RowLayout layout;
+  bool all;
+};
+using kolv::RowLayout;
+constexpr Loop loop_SD_SL_SOME{RowLayout::kSoft, false};
+constexpr Loop loop_HD_NL_SOME{RowLayout::kNewline, false};
+constexpr Loop loop_HD_SL_SOME{RowLayout::kHardStream, false};
+constexpr Loop loop_HD_HL_SOME{RowLayout::kLinePerRow, false};
+constexpr Loop loop_SD_SL_ALL{RowLayout::kSoft, true};
+constexpr Loop loop_HD_NL_ALL{RowLayout::kNewline, true};
+constexpr Loop loop_HD_SL_ALL{RowLayout::kHardStream, true};
+constexpr Loop loop_HD_HL_ALL{RowLayout::kLinePerRow, true};
+constexpr Loop loop_shfl_SD_SL_ALL = loop_SD_SL_ALL;
+constexpr Loop loop_dbl_SD_SL_ALL = loop_SD_SL_ALL;
+constexpr Loop loop_shfl_HD_NL_ALL = loop_HD_NL_ALL;
+constexpr Loop loop_dbl_HD_NL_ALL = loop_HD_NL_ALL;
+constexpr Loop loop_shfl_HD_SL_ALL = loop_HD_SL_ALL;
+constexpr Loop loop_dbl_HD_SL_ALL = loop_HD_SL_ALL;
+constexpr Loop loop_shfl_HD_HL_ALL = loop_HD_HL_ALL;
+constexpr Loop loop_dbl_HD_HL_ALL = loop_HD_HL_ALL;
 using Sizes = std::vector<size_t>;
 
 const std::string kPartialWarning =
@@ -34,18 +59,20 @@ struct LoopRun {
   TestRun t;
   LoopRun(const std::string& types, int otyp, char delimiter = ',', int ndels = 0) {
     t.declare(types);
-    t.run.set.otyp = otyp;
-    t.run.lay.delimiter = delimiter;
-    t.run.lay.ndels = static_cast<uint8_t>(ndels);
+    t.plan.element = static_cast<kolv::ElementType>(otyp);
+    t.plan.delimiter = delimiter;
+    t.plan.delimiter_after_last = ndels != 0;
   }
-  int run(LoopFn loop, const std::string& input, int read_size = kolv::kReadSize) {
+  int run(Loop loop, const std::string& input, int read_size = kolv::kReadSize) {
     t.feed(input, read_size);
     if (t.output == nullptr) t.output_to_log();
-    return loop(t.run);
+    t.plan.layout = loop.layout;
+    t.plan.all_columns = loop.all;
+    return kolv::run_delimited(t.engine);
   }
   std::string written() { return t.written(); }
   Sizes writes() const { return t.log.sizes; }
-  uint32_t rows() const { return t.run.cnt.row; }
+  uint32_t rows() const { return t.engine.rows; }
   std::string out() { return t.out_text(); }
   std::string err() { return t.err_text(); }
 };
@@ -67,7 +94,7 @@ std::string incomplete_report(int line, long offset) {
 
 struct Member {
   const char* name;
-  LoopFn loop;
+  Loop loop;
   int otyp;
   char delimiter;
 };
@@ -78,29 +105,29 @@ void PrintTo(const Member& m, std::ostream* os) {
 }
 
 const Member kMembers[] = {
-    {"SD_SL_SOME_2", kolv::loop_SD_SL_SOME, 2, ','},
-    {"SD_SL_SOME_4", kolv::loop_SD_SL_SOME, 4, ','},
-    {"SD_SL_SOME_8", kolv::loop_SD_SL_SOME, 8, ','},
-    {"HD_NL_SOME", kolv::loop_HD_NL_SOME, 8, '\n'},
-    {"HD_SL_SOME", kolv::loop_HD_SL_SOME, 4, ','},
-    {"HD_HL_SOME", kolv::loop_HD_HL_SOME, 2, ','},
-    {"shfl_SD_SL_ALL_2", kolv::loop_shfl_SD_SL_ALL, 2, ','},
-    {"shfl_SD_SL_ALL_4", kolv::loop_shfl_SD_SL_ALL, 4, ','},
-    {"dbl_SD_SL_ALL", kolv::loop_dbl_SD_SL_ALL, 8, ','},
-    {"shfl_HD_NL_ALL", kolv::loop_shfl_HD_NL_ALL, 2, '\n'},
-    {"dbl_HD_NL_ALL", kolv::loop_dbl_HD_NL_ALL, 8, '\n'},
-    {"shfl_HD_SL_ALL", kolv::loop_shfl_HD_SL_ALL, 4, '|'},
-    {"dbl_HD_SL_ALL", kolv::loop_dbl_HD_SL_ALL, 8, '|'},
-    {"shfl_HD_HL_ALL", kolv::loop_shfl_HD_HL_ALL, 2, ','},
-    {"dbl_HD_HL_ALL", kolv::loop_dbl_HD_HL_ALL, 8, ','},
-    {"SD_SL_ALL_2", kolv::loop_SD_SL_ALL, 2, ','},
-    {"SD_SL_ALL_8", kolv::loop_SD_SL_ALL, 8, ','},
-    {"HD_NL_ALL_4", kolv::loop_HD_NL_ALL, 4, '\n'},
-    {"HD_NL_ALL_8", kolv::loop_HD_NL_ALL, 8, '\n'},
-    {"HD_SL_ALL_2", kolv::loop_HD_SL_ALL, 2, ','},
-    {"HD_SL_ALL_8", kolv::loop_HD_SL_ALL, 8, ','},
-    {"HD_HL_ALL_4", kolv::loop_HD_HL_ALL, 4, ','},
-    {"HD_HL_ALL_8", kolv::loop_HD_HL_ALL, 8, ','},
+    {"SD_SL_SOME_2", loop_SD_SL_SOME, 2, ','},
+    {"SD_SL_SOME_4", loop_SD_SL_SOME, 4, ','},
+    {"SD_SL_SOME_8", loop_SD_SL_SOME, 8, ','},
+    {"HD_NL_SOME", loop_HD_NL_SOME, 8, '\n'},
+    {"HD_SL_SOME", loop_HD_SL_SOME, 4, ','},
+    {"HD_HL_SOME", loop_HD_HL_SOME, 2, ','},
+    {"shfl_SD_SL_ALL_2", loop_shfl_SD_SL_ALL, 2, ','},
+    {"shfl_SD_SL_ALL_4", loop_shfl_SD_SL_ALL, 4, ','},
+    {"dbl_SD_SL_ALL", loop_dbl_SD_SL_ALL, 8, ','},
+    {"shfl_HD_NL_ALL", loop_shfl_HD_NL_ALL, 2, '\n'},
+    {"dbl_HD_NL_ALL", loop_dbl_HD_NL_ALL, 8, '\n'},
+    {"shfl_HD_SL_ALL", loop_shfl_HD_SL_ALL, 4, '|'},
+    {"dbl_HD_SL_ALL", loop_dbl_HD_SL_ALL, 8, '|'},
+    {"shfl_HD_HL_ALL", loop_shfl_HD_HL_ALL, 2, ','},
+    {"dbl_HD_HL_ALL", loop_dbl_HD_HL_ALL, 8, ','},
+    {"SD_SL_ALL_2", loop_SD_SL_ALL, 2, ','},
+    {"SD_SL_ALL_8", loop_SD_SL_ALL, 8, ','},
+    {"HD_NL_ALL_4", loop_HD_NL_ALL, 4, '\n'},
+    {"HD_NL_ALL_8", loop_HD_NL_ALL, 8, '\n'},
+    {"HD_SL_ALL_2", loop_HD_SL_ALL, 2, ','},
+    {"HD_SL_ALL_8", loop_HD_SL_ALL, 8, ','},
+    {"HD_HL_ALL_4", loop_HD_HL_ALL, 4, ','},
+    {"HD_HL_ALL_8", loop_HD_HL_ALL, 8, ','},
 };
 
 class EveryMember : public ::testing::TestWithParam<Member> {};
@@ -146,28 +173,27 @@ INSTANTIATE_TEST_SUITE_P(Loops, EveryMember, ::testing::ValuesIn(kMembers),
                          });
 
 TEST(SoftLoops, LeadingSeparatorsAloneGiveNoRows) {
-  for (LoopFn loop : {kolv::loop_SD_SL_ALL, kolv::loop_SD_SL_SOME}) {
+  for (Loop loop : {loop_SD_SL_ALL, loop_SD_SL_SOME}) {
     LoopRun r("nn", 8);
     r.t.select({0});
     EXPECT_EQ(r.run(loop, " \n,\r\n\t \n"), 0);
     EXPECT_EQ(r.rows(), 0u);
     EXPECT_TRUE(r.writes().empty());
     EXPECT_EQ(r.out(), "");
-    EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+    EXPECT_EQ(r.t.engine.srcrow, 4);
   }
 }
 
 // ---- dispatchers ---------------------------------------------------------------
 
 TEST(Dispatchers, UnknownElementSizeGivesMinusOneAndTouchesNothing) {
-  for (LoopFn loop :
-       {kolv::loop_SD_SL_ALL, kolv::loop_HD_NL_ALL, kolv::loop_HD_SL_ALL, kolv::loop_HD_HL_ALL}) {
+  for (Loop loop : {loop_SD_SL_ALL, loop_HD_NL_ALL, loop_HD_SL_ALL, loop_HD_HL_ALL}) {
     for (int otyp : {0, 3, 16}) {
       LoopRun r("nn", otyp);
       EXPECT_EQ(r.run(loop, "1,2\n3,4\n"), -1);
       EXPECT_EQ(r.rows(), 0u);
       EXPECT_TRUE(r.writes().empty());
-      EXPECT_EQ(r.t.run.rb.fills, 0u);
+      EXPECT_EQ(r.t.engine.rb.fills, 0u);
       EXPECT_EQ(std::string(r.t.buffer()), "1,2\n3,4\n");
       EXPECT_EQ(r.out(), "");
     }
@@ -177,7 +203,7 @@ TEST(Dispatchers, UnknownElementSizeGivesMinusOneAndTouchesNothing) {
 TEST(Dispatchers, ChooseTheElementSize) {
   for (int otyp : {2, 4, 8}) {
     LoopRun r("nn", otyp);
-    EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "2.5 -1"), 0);
+    EXPECT_EQ(r.run(loop_SD_SL_ALL, "2.5 -1"), 0);
     std::string expected = otyp == 2   ? i16(3) + i16(-1)
                            : otyp == 4 ? f4(2.5f) + f4(-1.0f)
                                        : d8(2.5) + d8(-1);
@@ -190,7 +216,7 @@ TEST(Dispatchers, ChooseTheElementSize) {
 TEST(SoftLoops, IncompleteLastRowIsReportedAndDropped) {
   for (int otyp : {2, 8}) {
     LoopRun r("nnn", otyp);
-    EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3 4 5"), 0);
+    EXPECT_EQ(r.run(loop_SD_SL_ALL, "1 2 3 4 5"), 0);
     EXPECT_EQ(r.rows(), 1u);
     EXPECT_EQ(r.out(), incomplete_report(1, 9));
     std::string expected = otyp == 2 ? i16(1) + i16(2) + i16(3) : d8(1) + d8(2) + d8(3);
@@ -202,7 +228,7 @@ TEST(SoftLoops, IncompleteLastRowIsReportedAndDropped) {
 
 TEST(SoftLoops, IncompleteRowOffsetIsWithinTheCurrentBuffer) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2 3 4 5", 4), 0);
+  EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, "1 2 3 4 5", 4), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.out(), incomplete_report(1, 1));  // the file position would be 9
 }
@@ -210,22 +236,22 @@ TEST(SoftLoops, IncompleteRowOffsetIsWithinTheCurrentBuffer) {
 TEST(SoftLoops, IncompleteRowCountsLines) {
   LoopRun r("nn", 8);
   r.t.select({1});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2\n3\n"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "1 2\n3\n"), 0);
   EXPECT_EQ(r.written(), d8(2));
   EXPECT_EQ(r.out(), incomplete_report(3, 6));
 }
 
 TEST(SoftLoops, WordInANumericColumnIsText) {
   LoopRun r("nn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "abc 1\n2 abcdefghij"), 0);
+  EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, "abc 1\n2 abcdefghij"), 0);
   EXPECT_EQ(r.written(), text8("abc") + d8(1) + d8(2) + text8("abcdefgh"));
-  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
-  EXPECT_EQ(r.t.run.vars.vrec[1], 255);
+  EXPECT_EQ(r.t.engine.vrec[0], 1);
+  EXPECT_EQ(r.t.engine.vrec[1], 255);
 }
 
 TEST(SoftLoops, ZeroByteInTheInputEndsTheBufferedText) {
   LoopRun r("n", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2\0xyzw"s + "5 6", 8), 0);
+  EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, "1 2\0xyzw"s + "5 6", 8), 0);
   EXPECT_EQ(r.written(), d8(1) + d8(25) + d8(6));
   EXPECT_EQ(r.rows(), 3u);
 }
@@ -239,17 +265,17 @@ TEST(SoftLoops, NumbersAcrossManyReads) {
   }
   for (int read_size : {5, 7, 13, 64}) {
     LoopRun r("nnn", 8);
-    EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, input, read_size), 0) << read_size;
+    EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, input, read_size), 0) << read_size;
     EXPECT_EQ(r.rows(), 100u);
     EXPECT_EQ(r.written(), expected) << "read size " << read_size;
     EXPECT_EQ(r.out(), "");
-    EXPECT_EQ(r.t.run.cnt.srcrow, 101);
+    EXPECT_EQ(r.t.engine.srcrow, 101);
   }
 }
 
 TEST(SoftLoops, BadDataAfterARefillIsReportedAtTheBufferOffset) {
   LoopRun r("n", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "1 2 3 + 5 6 7 8 9 10 11 12", 16), 3);
+  EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, "1 2 3 + 5 6 7 8 9 10 11 12", 16), 3);
   EXPECT_EQ(r.rows(), 3u);
   EXPECT_TRUE(r.writes().empty());  // buffered rows are not written
   EXPECT_EQ(r.out(),
@@ -260,7 +286,7 @@ TEST(SoftLoops, BadDataAfterARefillIsReportedAtTheBufferOffset) {
 
 TEST(SoftLoops, BadDataWithoutRefill) {
   LoopRun r("n", 2);
-  EXPECT_EQ(r.run(kolv::loop_shfl_SD_SL_ALL, "1\n2\n.x 3"), 3);
+  EXPECT_EQ(r.run(loop_shfl_SD_SL_ALL, "1\n2\n.x 3"), 3);
   EXPECT_EQ(r.rows(), 2u);
   EXPECT_TRUE(r.writes().empty());
   EXPECT_EQ(r.out(),
@@ -273,14 +299,14 @@ TEST(SoftLoops, BadDataWithoutRefill) {
 
 TEST(HardLoops, NewlineDelimiterRows) {
   LoopRun r("nn", 8, '\n');
-  EXPECT_EQ(r.run(kolv::loop_HD_NL_ALL, "1\n\n3\n4"), 0);
+  EXPECT_EQ(r.run(loop_HD_NL_ALL, "1\n\n3\n4"), 0);
   EXPECT_EQ(r.written(), d8(1) + miss8() + d8(3) + d8(4));
-  EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+  EXPECT_EQ(r.t.engine.srcrow, 4);
 }
 
 TEST(HardLoops, NewlineDelimiterIncompleteLastRow) {
   LoopRun r("nnn", 4, '\n');
-  EXPECT_EQ(r.run(kolv::loop_shfl_HD_NL_ALL, "1\n2\n3\n4"), 0);
+  EXPECT_EQ(r.run(loop_shfl_HD_NL_ALL, "1\n2\n3\n4"), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.written(), f4(1) + f4(2) + f4(3));
   EXPECT_EQ(r.out(), incomplete_report(4, 7));
@@ -288,7 +314,7 @@ TEST(HardLoops, NewlineDelimiterIncompleteLastRow) {
 
 TEST(HardLoops, NewlineDelimiterTrailingLineEndWithoutN) {
   LoopRun r("nn", 8, '\n');
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 3);
+  EXPECT_EQ(r.run(loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 3);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_TRUE(r.writes().empty());
   EXPECT_EQ(r.out(),
@@ -299,21 +325,21 @@ TEST(HardLoops, NewlineDelimiterTrailingLineEndWithoutN) {
 
 TEST(HardLoops, NewlineDelimiterTrailingLineEndWithN) {
   LoopRun r("nn", 8, '\n', 1);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 0);
+  EXPECT_EQ(r.run(loop_dbl_HD_NL_ALL, "1\n2\n3\n4\n"), 0);
   EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4));
   EXPECT_EQ(r.out(), "");
 }
 
 TEST(HardLoops, StreamRowsAndEmptyFields) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,,3,\n4,5,"), 0);
+  EXPECT_EQ(r.run(loop_HD_SL_ALL, "1,,3,\n4,5,"), 0);
   EXPECT_EQ(r.written(), d8(1) + miss8() + d8(3) + d8(4) + d8(5) + miss8());
   EXPECT_EQ(r.out(), "");
 }
 
 TEST(HardLoops, StreamIncompleteLastRow) {
   LoopRun r("nnn", 2);
-  EXPECT_EQ(r.run(kolv::loop_shfl_HD_SL_ALL, "1,2,3,4,5"), 0);
+  EXPECT_EQ(r.run(loop_shfl_HD_SL_ALL, "1,2,3,4,5"), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.written(), i16(1) + i16(2) + i16(3));
   EXPECT_EQ(r.out(), incomplete_report(1, 9));
@@ -321,7 +347,7 @@ TEST(HardLoops, StreamIncompleteLastRow) {
 
 TEST(HardLoops, StreamWithNLastRowWithoutDelimiterIsIncomplete) {
   LoopRun r("nnn", 8, ',', 1);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2,3,\n4,5,6"), 0);
+  EXPECT_EQ(r.run(loop_dbl_HD_SL_ALL, "1,2,3,\n4,5,6"), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3));
   EXPECT_EQ(r.out(), incomplete_report(2, 12));
@@ -329,7 +355,7 @@ TEST(HardLoops, StreamWithNLastRowWithoutDelimiterIsIncomplete) {
 
 TEST(HardLoops, StreamTrailingDelimiterWithoutN) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2,3,"), 3);
+  EXPECT_EQ(r.run(loop_dbl_HD_SL_ALL, "1,2,3,"), 3);
   EXPECT_EQ(r.rows(), 0u);
   EXPECT_TRUE(r.writes().empty());
   EXPECT_EQ(r.out(),
@@ -340,7 +366,7 @@ TEST(HardLoops, StreamTrailingDelimiterWithoutN) {
 
 TEST(HardLoops, StreamMissingDelimiter) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_SL_ALL, "1,2\n3"), 3);
+  EXPECT_EQ(r.run(loop_dbl_HD_SL_ALL, "1,2\n3"), 3);
   EXPECT_EQ(r.out(),
             "Missing delimiter - file /data/in.asc,  line 2,  file offset 4 hex,  4 decimal:\n"
             "   Hex:    33 \n"
@@ -350,13 +376,13 @@ TEST(HardLoops, StreamMissingDelimiter) {
 
 TEST(HardLoops, OtherLayoutsNeverWarnOfPartialRecords) {
   LoopRun a("nnn", 8);
-  EXPECT_EQ(a.run(kolv::loop_HD_SL_ALL, "1,2"), 0);
+  EXPECT_EQ(a.run(loop_HD_SL_ALL, "1,2"), 0);
   EXPECT_EQ(a.err(), "");
   LoopRun b("nnn", 8, '\n');
-  EXPECT_EQ(b.run(kolv::loop_HD_NL_ALL, "1\n2"), 0);
+  EXPECT_EQ(b.run(loop_HD_NL_ALL, "1\n2"), 0);
   EXPECT_EQ(b.err(), "");
   LoopRun c("nnn", 8);
-  EXPECT_EQ(c.run(kolv::loop_SD_SL_ALL, "1 2"), 0);
+  EXPECT_EQ(c.run(loop_SD_SL_ALL, "1 2"), 0);
   EXPECT_EQ(c.err(), "");
 }
 
@@ -364,25 +390,25 @@ TEST(HardLoops, OtherLayoutsNeverWarnOfPartialRecords) {
 
 TEST(LinePerRowLoops, ShortLinesAreCompletedAndWarnedOnce) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_HL_ALL, "1,2\n3\n4,5,6\n"), 0);
+  EXPECT_EQ(r.run(loop_dbl_HD_HL_ALL, "1,2\n3\n4,5,6\n"), 0);
   EXPECT_EQ(r.rows(), 3u);
   EXPECT_EQ(r.written(),
             d8(1) + d8(2) + miss8() + d8(3) + miss8() + miss8() + d8(4) + d8(5) + d8(6));
   EXPECT_EQ(r.err(), kPartialWarning);
   EXPECT_EQ(r.out(), "");
-  EXPECT_EQ(r.t.run.cnt.srcrow, 4);
+  EXPECT_EQ(r.t.engine.srcrow, 4);
 }
 
 TEST(LinePerRowLoops, ConvertingLoopCompletesWithMissingCodes) {
   LoopRun r("nnn", 4);
-  EXPECT_EQ(r.run(kolv::loop_shfl_HD_HL_ALL, "1,2\n"), 0);
+  EXPECT_EQ(r.run(loop_shfl_HD_HL_ALL, "1,2\n"), 0);
   EXPECT_EQ(r.written(), f4(1) + f4(2) + miss4());
   EXPECT_EQ(r.err(), kPartialWarning);
 }
 
 TEST(LinePerRowLoops, BlankLineInTheMiddle) {
   LoopRun r("nnn", 2);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n\n4,5,6\n"), 0);
+  EXPECT_EQ(r.run(loop_HD_HL_ALL, "1,2,3\n\n4,5,6\n"), 0);
   EXPECT_EQ(r.rows(), 3u);
   EXPECT_EQ(r.written(),
             i16(1) + i16(2) + i16(3) + miss2() + miss2() + miss2() + i16(4) + i16(5) + i16(6));
@@ -391,21 +417,21 @@ TEST(LinePerRowLoops, BlankLineInTheMiddle) {
 
 TEST(LinePerRowLoops, BlankLineAfterTheLastRowAddsARow) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n\n"), 0);
+  EXPECT_EQ(r.run(loop_HD_HL_ALL, "1,2,3\n\n"), 0);
   EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + miss8() + miss8() + miss8());
   EXPECT_EQ(r.err(), kPartialWarning);
 }
 
 TEST(LinePerRowLoops, BlankLineOfWidthOneIsNotPartial) {
   LoopRun r("n", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1\n\n"), 0);
+  EXPECT_EQ(r.run(loop_HD_HL_ALL, "1\n\n"), 0);
   EXPECT_EQ(r.written(), d8(1) + miss8());
   EXPECT_EQ(r.err(), "");
 }
 
 TEST(LinePerRowLoops, LastLineWithoutLineEnd) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n4,5,6"), 0);
+  EXPECT_EQ(r.run(loop_HD_HL_ALL, "1,2,3\n4,5,6"), 0);
   EXPECT_EQ(r.rows(), 2u);
   EXPECT_EQ(r.err(), "");
   EXPECT_EQ(r.out(), "");
@@ -413,7 +439,7 @@ TEST(LinePerRowLoops, LastLineWithoutLineEnd) {
 
 TEST(LinePerRowLoops, LongLineStopsTheConversion) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL, "1,2,3\n1,2,3,4\n"), 3);
+  EXPECT_EQ(r.run(loop_HD_HL_ALL, "1,2,3\n1,2,3,4\n"), 3);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_TRUE(r.writes().empty());
   EXPECT_EQ(r.out(),
@@ -424,18 +450,18 @@ TEST(LinePerRowLoops, LongLineStopsTheConversion) {
 
 TEST(LinePerRowLoops, NoPartialWarningAfterABadDataStop) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_dbl_HD_HL_ALL, "1,2\n1,2,3,4\n"), 3);
+  EXPECT_EQ(r.run(loop_dbl_HD_HL_ALL, "1,2\n1,2,3,4\n"), 3);
   EXPECT_EQ(r.err(), "");
   LoopRun s("nnn", 8);
   s.t.select({0});
-  EXPECT_EQ(s.run(kolv::loop_HD_HL_SOME, "1,2\n1,x y\n"), 3);
+  EXPECT_EQ(s.run(loop_HD_HL_SOME, "1,2\n1,x y\n"), 3);
   EXPECT_NE(s.out().find("Missing delimiter"), std::string::npos);
   EXPECT_EQ(s.err(), "");
 }
 
 TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferGoesOn) {
   LoopRun r("nnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL,
+  EXPECT_EQ(r.run(loop_HD_HL_ALL,
                   "1,2,3\n"
                   "4,5,6\n",
                   6),
@@ -446,7 +472,7 @@ TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferGoesOn) {
 
 TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferWithoutLineEnd) {
   LoopRun r("nn", 8);
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_ALL,
+  EXPECT_EQ(r.run(loop_HD_HL_ALL,
                   "1,2\n"
                   "3,4",
                   4),
@@ -459,8 +485,8 @@ TEST(LinePerRowLoops, RowEndingAtTheEndOfAFullBufferWithoutLineEnd) {
 TEST(RowElements, MissingFieldsInEveryWidth) {
   for (int otyp : {2, 4, 8}) {
     LoopRun r("nnnn", otyp);
-    r.t.run.set.mstring = '*';
-    EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,,.,*"), 0);
+    r.t.plan.missing_symbol = '*';
+    EXPECT_EQ(r.run(loop_HD_SL_ALL, "1,,.,*"), 0);
     std::string m = otyp == 2 ? miss2() : otyp == 4 ? miss4() : miss8();
     std::string one = otyp == 2 ? i16(1) : otyp == 4 ? f4(1) : d8(1);
     EXPECT_EQ(r.written(), one + m + m + m) << "otyp " << otyp;
@@ -469,68 +495,68 @@ TEST(RowElements, MissingFieldsInEveryWidth) {
 
 TEST(RowElements, MissingPatternBytes) {
   LoopRun a("n", 2);
-  a.run(kolv::loop_SD_SL_ALL, ".");
+  a.run(loop_SD_SL_ALL, ".");
   EXPECT_EQ(a.written(), std::string("\x00\x80", 2));
   LoopRun b("n", 4);
-  b.run(kolv::loop_SD_SL_ALL, ".");
+  b.run(loop_SD_SL_ALL, ".");
   EXPECT_EQ(b.written(), std::string("\xF8\xFF\xFF\x7F", 4));
   LoopRun c("n", 8);
-  c.run(kolv::loop_SD_SL_ALL, ".");
+  c.run(loop_SD_SL_ALL, ".");
   EXPECT_EQ(c.written(), std::string("\0\0\0\0\xFF\xFF\xFF\x7F", 8));
 }
 
 TEST(RowElements, RoundingAndWrapInTwoByteRows) {
   LoopRun r("nnnnnnnnn", 2);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "2.5 -2.5 1.4999 -1.5 32767.5 32768 -32768 1e10 40000"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "2.5 -2.5 1.4999 -1.5 32767.5 32768 -32768 1e10 40000"), 0);
   EXPECT_EQ(r.written(), i16(3) + i16(-2) + i16(1) + i16(-1) + miss2() + miss2() + miss2() +
                              i16(0) + i16(-25536));
 }
 
 TEST(RowElements, SinglesInFourByteRows) {
   LoopRun r("nnn", 4);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1e10 1e300 -1e300"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "1e10 1e300 -1e300"), 0);
   EXPECT_EQ(r.written(),
             f4(1e10f) + std::string("\x00\x00\x80\x7F", 4) + std::string("\x00\x00\x80\xFF", 4));
 }
 
 TEST(RowElements, CharacterFieldInEightByteRows) {
   LoopRun r("cn", 8);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "ABC 1"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "ABC 1"), 0);
   EXPECT_EQ(r.written(), std::string("\x41\x42\x43\0\0\0\0\0", 8) + d8(1));
-  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
-  EXPECT_EQ(r.t.run.vars.vrec[1], 0);
+  EXPECT_EQ(r.t.engine.vrec[0], 1);
+  EXPECT_EQ(r.t.engine.vrec[1], 0);
 }
 
 TEST(RowElements, ComplexRowHasRealThenImaginaryPerVariable) {
   LoopRun r("nnn", 8);
-  r.t.run.set.cplx = 2;
-  EXPECT_EQ(r.run(kolv::loop_HD_SL_ALL, "1,2,3,4,5,6"), 0);
+  r.t.plan.complex = true;
+  EXPECT_EQ(r.run(loop_HD_SL_ALL, "1,2,3,4,5,6"), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.written(), d8(1) + d8(2) + d8(3) + d8(4) + d8(5) + d8(6));
 }
 
 TEST(RowElements, ComplexCharacterVariableScansBothFieldsAsText) {
   LoopRun r("cn", 8);
-  r.t.run.set.cplx = 2;
-  EXPECT_EQ(r.run(kolv::loop_dbl_SD_SL_ALL, "ab cd 1 2\nef 12 3 4\n"), 0);
+  r.t.plan.complex = true;
+  EXPECT_EQ(r.run(loop_dbl_SD_SL_ALL, "ab cd 1 2\nef 12 3 4\n"), 0);
   EXPECT_EQ(r.rows(), 2u);
   EXPECT_EQ(r.written(),
             text8("ab") + text8("cd") + d8(1) + d8(2) + text8("ef") + text8("12") + d8(3) + d8(4));
-  EXPECT_EQ(r.t.run.vars.vrec[0], 1);
-  EXPECT_EQ(r.t.run.vars.vrec[1], 0);
+  EXPECT_EQ(r.t.engine.vrec[0], 1);
+  EXPECT_EQ(r.t.engine.vrec[1], 0);
 }
 
 TEST(RowElements, ComplexTwoByteRow) {
   LoopRun r("nn", 2);
-  r.t.run.set.cplx = 2;
-  EXPECT_EQ(r.run(kolv::loop_shfl_SD_SL_ALL, "1 2 3 .\n"), 0);
+  r.t.plan.complex = true;
+  EXPECT_EQ(r.run(loop_shfl_SD_SL_ALL, "1 2 3 .\n"), 0);
   EXPECT_EQ(r.written(), i16(1) + i16(2) + i16(3) + miss2());
 }
 
 TEST(RowElements, RowCountContinuesFromItsStart) {
   LoopRun r("n", 8);
-  r.t.run.cnt.row = 10;
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2"), 0);
+  r.t.engine.rows = 10;
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "1 2"), 0);
   EXPECT_EQ(r.rows(), 12u);
 }
 
@@ -540,14 +566,14 @@ const std::string kEightDoubles = "1 2 3 4 5 6 7 8\n";
 
 TEST(Blocks, TwoThousandFortyEightRowsOfEightDoublesFillOneBlock) {
   LoopRun r("nnnnnnnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2048)), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 2048)), 0);
   EXPECT_EQ(r.rows(), 2048u);
   EXPECT_EQ(r.writes(), (Sizes{131072}));
 }
 
 TEST(Blocks, OneRowMoreMakesASecondWriteOfOneRow) {
   LoopRun r("nnnnnnnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
   EXPECT_EQ(r.rows(), 2049u);
   EXPECT_EQ(r.writes(), (Sizes{131072, 64}));
   std::string row;
@@ -558,26 +584,26 @@ TEST(Blocks, OneRowMoreMakesASecondWriteOfOneRow) {
 TEST(Blocks, RowsPerBlockIsAnIntegerDivision) {
   // 3 singles make a 12-byte row: 10922 rows, 131064 bytes, to a block.
   LoopRun r("nnn", 4);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat("1 2 3\n", 10923)), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat("1 2 3\n", 10923)), 0);
   EXPECT_EQ(r.writes(), (Sizes{131064, 12}));
 }
 
 TEST(Blocks, SelectedVariablesMakeTheRowWidth) {
   LoopRun r("nnnnnnnn", 8);
   r.t.select({7, 0});  // 16-byte rows: 8192 to a block
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, repeat(kEightDoubles, 8192)), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, repeat(kEightDoubles, 8192)), 0);
   EXPECT_EQ(r.writes(), (Sizes{131072}));
   LoopRun s("nnnnnnnn", 8);
   s.t.select({7, 0});
-  EXPECT_EQ(s.run(kolv::loop_SD_SL_SOME, repeat(kEightDoubles, 8193)), 0);
+  EXPECT_EQ(s.run(loop_SD_SL_SOME, repeat(kEightDoubles, 8193)), 0);
   EXPECT_EQ(s.writes(), (Sizes{131072, 16}));
   EXPECT_EQ(s.written().substr(131072), d8(8) + d8(1));
 }
 
 TEST(Blocks, ComplexDoublesTheRowWidth) {
   LoopRun r("nnnn", 8);
-  r.t.run.set.cplx = 2;  // 64-byte rows: 2048 to a block
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
+  r.t.plan.complex = true;  // 64-byte rows: 2048 to a block
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 0);
   EXPECT_EQ(r.writes(), (Sizes{131072, 64}));
 }
 
@@ -585,7 +611,7 @@ TEST(Blocks, WriteFailureAtTheEndGivesTwo) {
   LoopRun r("nn", 8);
   r.t.output_to_log();
   r.t.log.fail = true;
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2\n3 4\n"), 2);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "1 2\n3 4\n"), 2);
   // A full disk leaves the header counting the rows actually written.
   EXPECT_EQ(r.rows(), 0u);
   EXPECT_EQ(r.out(), "");
@@ -596,9 +622,9 @@ TEST(Blocks, WriteFailureAtAFullBlockGivesTwoAtOnce) {
   r.t.output_to_log();
   r.t.log.fail = true;
   // More input than one read: a loop that went on would refill the buffer.
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 10000)), 2);
-  EXPECT_EQ(r.t.run.rb.fills, 0u);
-  EXPECT_EQ(r.t.run.rb.theresmore, 1);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 10000)), 2);
+  EXPECT_EQ(r.t.engine.rb.fills, 0u);
+  EXPECT_EQ(r.t.engine.rb.theresmore, 1);
   EXPECT_EQ(r.rows(), 0u);
 }
 
@@ -606,17 +632,17 @@ TEST(Blocks, WriteFailureAfterAWrittenBlockCountsTheWrittenRows) {
   LoopRun r("nnnnnnnn", 8);
   r.t.output_to_log();
   r.t.log.fail_from = 1;  // the first block goes out, the second write fails
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 2);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 2049)), 2);
   EXPECT_EQ(r.writes(), (Sizes{131072}));
   EXPECT_EQ(r.rows(), 2048u);
 }
 
 TEST(Blocks, WriteFailureCountsFromTheStartingRow) {
   LoopRun r("n", 8);
-  r.t.run.cnt.row = 7;  // rows already in an appended-to data set
+  r.t.engine.rows = 7;  // rows already in an appended-to data set
   r.t.output_to_log();
   r.t.log.fail = true;
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3"), 2);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "1 2 3"), 2);
   EXPECT_EQ(r.rows(), 7u);
 }
 
@@ -625,19 +651,19 @@ TEST(Blocks, WriteFailureInSelectedVariableLoops) {
   r.t.select({1});
   r.t.output_to_log();
   r.t.log.fail = true;
-  EXPECT_EQ(r.run(kolv::loop_HD_SL_SOME, "1,2"), 2);
+  EXPECT_EQ(r.run(loop_HD_SL_SOME, "1,2"), 2);
 }
 
 TEST(Blocks, WriteFailureAfterAnIncompleteRow) {
   LoopRun r("nnn", 8);
   r.t.output_to_log();
   r.t.log.fail = true;
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, "1 2 3 4"), 2);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, "1 2 3 4"), 2);
 }
 
 TEST(Blocks, BadDataKeepsFlushedBlocksAndDropsTheRest) {
   LoopRun r("nnnnnnnn", 8);
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_ALL, repeat(kEightDoubles, 2049) + "1 2 + 4 5 6 7 8\n"), 3);
+  EXPECT_EQ(r.run(loop_SD_SL_ALL, repeat(kEightDoubles, 2049) + "1 2 + 4 5 6 7 8\n"), 3);
   EXPECT_EQ(r.writes(), (Sizes{131072}));
   EXPECT_EQ(r.rows(), 2049u);  // the row still in the block is counted
   EXPECT_NE(r.out().find("Bad data - file /data/in.asc,  line 2050,"), std::string::npos);
@@ -647,7 +673,7 @@ TEST(Blocks, OutputToAFileHoldsTheRows) {
   LoopRun s("nn", 8);
   s.t.output_to_file();
   s.t.select({1, 0});
-  EXPECT_EQ(s.run(kolv::loop_HD_SL_SOME, "1,2,3,4"), 0);
+  EXPECT_EQ(s.run(loop_HD_SL_SOME, "1,2,3,4"), 0);
   EXPECT_EQ(s.written(), d8(2) + d8(1) + d8(4) + d8(3));
 }
 
@@ -656,54 +682,54 @@ TEST(Blocks, OutputToAFileHoldsTheRows) {
 TEST(SelectedLoops, SameVariableTwice) {
   LoopRun r("nnn", 8);
   r.t.select({2, 2, 0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3\n4 5 6\n"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "1 2 3\n4 5 6\n"), 0);
   EXPECT_EQ(r.rows(), 2u);
   EXPECT_EQ(r.written(), d8(3) + d8(3) + d8(1) + d8(6) + d8(6) + d8(4));
 }
 
 TEST(SelectedLoops, ComplexTakesBothPartsAndLeavesOutvecAsItWas) {
   LoopRun r("nnn", 4);
-  r.t.run.set.cplx = 2;
+  r.t.plan.complex = true;
   r.t.select({2, 0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3 4 5 6\n7 8 9 10 11 12\n"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "1 2 3 4 5 6\n7 8 9 10 11 12\n"), 0);
   EXPECT_EQ(r.written(), f4(5) + f4(6) + f4(1) + f4(2) + f4(11) + f4(12) + f4(7) + f4(8));
-  EXPECT_EQ(r.t.run.vars.outvec[0], 2);
-  EXPECT_EQ(r.t.run.vars.outvec[1], 0);
+  EXPECT_EQ(r.t.plan.columns[0], 2);
+  EXPECT_EQ(r.t.plan.columns[1], 0);
 }
 
 TEST(SelectedLoops, TwoByteConversion) {
   LoopRun r("nnn", 2);
   r.t.select({2, 1, 0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "2.5 -2.5 ."), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "2.5 -2.5 ."), 0);
   EXPECT_EQ(r.written(), miss2() + i16(-2) + i16(3));
 }
 
 TEST(SelectedLoops, CharacterPassesThroughInEightBytes) {
   LoopRun r("cn", 8);
   r.t.select({0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "ABC 1 abcdefghijk 2"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "ABC 1 abcdefghijk 2"), 0);
   EXPECT_EQ(r.written(), text8("ABC") + text8("abcdefgh"));
-  EXPECT_EQ(r.t.run.vars.vrec[0], 255);
+  EXPECT_EQ(r.t.engine.vrec[0], 255);
 }
 
 TEST(SelectedLoops, NewlineDelimiter) {
   LoopRun r("nn", 8, '\n');
   r.t.select({1});
-  EXPECT_EQ(r.run(kolv::loop_HD_NL_SOME, "1\n2\n3\n"), 0);
+  EXPECT_EQ(r.run(loop_HD_NL_SOME, "1\n2\n3\n"), 0);
   EXPECT_EQ(r.written(), d8(2) + miss8());
 }
 
 TEST(SelectedLoops, HardStream) {
   LoopRun r("nnn", 8, ';');
   r.t.select({1});
-  EXPECT_EQ(r.run(kolv::loop_HD_SL_SOME, "1;;3;4;5;6"), 0);
+  EXPECT_EQ(r.run(loop_HD_SL_SOME, "1;;3;4;5;6"), 0);
   EXPECT_EQ(r.written(), miss8() + d8(5));
 }
 
 TEST(SelectedLoops, LinePerRowWarnsOfPartialRecords) {
   LoopRun r("nnn", 8);
   r.t.select({2, 0});
-  EXPECT_EQ(r.run(kolv::loop_HD_HL_SOME, "1,2\n4,5,6\n"), 0);
+  EXPECT_EQ(r.run(loop_HD_HL_SOME, "1,2\n4,5,6\n"), 0);
   EXPECT_EQ(r.written(), miss8() + d8(1) + d8(6) + d8(4));
   EXPECT_EQ(r.err(), kPartialWarning);
 }
@@ -711,7 +737,7 @@ TEST(SelectedLoops, LinePerRowWarnsOfPartialRecords) {
 TEST(SelectedLoops, IncompleteLastRow) {
   LoopRun r("nnn", 8);
   r.t.select({0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 3 4 5"), 0);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "1 2 3 4 5"), 0);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_EQ(r.written(), d8(1));
   EXPECT_EQ(r.out(), incomplete_report(1, 9));
@@ -720,13 +746,91 @@ TEST(SelectedLoops, IncompleteLastRow) {
 TEST(SelectedLoops, BadDataStops) {
   LoopRun r("nn", 8);
   r.t.select({0});
-  EXPECT_EQ(r.run(kolv::loop_SD_SL_SOME, "1 2 - 4"), 3);
+  EXPECT_EQ(r.run(loop_SD_SL_SOME, "1 2 - 4"), 3);
   EXPECT_EQ(r.rows(), 1u);
   EXPECT_TRUE(r.writes().empty());
   EXPECT_EQ(r.out(),
             "Bad data - file /data/in.asc,  line 1,  file offset 4 hex,  4 decimal:\n"
             "   Hex:    2d 20 34 \n"
             "   ASCII: \"- 4\"\n");
+}
+
+// ---- the engine's entry: a plan, a source, a sink ---------------------------------
+
+// The rows of one engine over its own input, read back from its sink.
+struct EngineRun {
+  kolv_test::Capture out;
+  kolv_test::Capture err;
+  FILE* in;
+  FILE* rows = std::tmpfile();
+  kolv::LoopStatus status = kolv::kLoopNoType;
+  uint32_t rows_written = 0;
+  explicit EngineRun(const std::string& input) : in(kolv_test::file_with(input)) {}
+  ~EngineRun() {
+    std::fclose(in);
+    std::fclose(rows);
+  }
+  void convert(const kolv::Plan& plan) {
+    kolv::Engine engine(plan, kolv::Console{out.file(), err.file()});
+    kolv::Source source{in, "/data/in.asc"};
+    kolv::RowSink sink{rows};
+    status = engine.convert(source, sink);
+    rows_written = engine.rows;
+  }
+  std::string written() { return kolv_test::read_all(rows); }
+};
+
+TEST(EngineEntry, TwoEnginesOnOnePlanRunAtOnce) {
+  // Soft layout, three numbers, the second and the first output as doubles.
+  // Enough rows for many blocks and refills each, so the two overlap.
+  constexpr int kRows = 40000;
+  kolv::Plan plan;
+  plan.kinds.assign(3, kolv::FieldKind::kNumeric);
+  plan.all_columns = false;
+  plan.columns = {1, 0};
+  std::string first_input, second_input, first_rows, second_rows;
+  for (int i = 0; i < kRows; ++i) {
+    const std::string n = std::to_string(i);
+    first_input.append(n).append(" ").append(std::to_string(2 * i)).append(" 7\n");
+    first_rows += d8(2 * i) + d8(i);
+    second_input.append("-").append(n).append(",0.5,x\n");
+    second_rows += d8(0.5) + d8(-static_cast<double>(i));  // "-0" is minus zero
+  }
+  EngineRun a(first_input), b(second_input);
+  std::thread one([&] { a.convert(plan); });
+  std::thread two([&] { b.convert(plan); });
+  one.join();
+  two.join();
+  EXPECT_EQ(a.status, kolv::kLoopDone);
+  EXPECT_EQ(a.rows_written, static_cast<uint32_t>(kRows));
+  EXPECT_TRUE(a.written() == first_rows) << "the first engine's rows differ";
+  EXPECT_EQ(a.out.text(), "");
+  // "x" in a numeric field is character data, not an error: the row stands.
+  EXPECT_EQ(b.status, kolv::kLoopDone);
+  EXPECT_EQ(b.rows_written, static_cast<uint32_t>(kRows));
+  EXPECT_TRUE(b.written() == second_rows) << "the second engine's rows differ";
+  EXPECT_EQ(b.out.text(), "");
+}
+
+TEST(EngineEntry, PlanLayoutChoosesTheRowRules) {
+  // The same bytes read by the soft layout and by the line-per-row layout.
+  const std::string input = "1,2\n3\n";
+  kolv::Plan plan;
+  plan.kinds.assign(2, kolv::FieldKind::kNumeric);
+  EngineRun soft(input);
+  soft.convert(plan);
+  EXPECT_EQ(soft.status, kolv::kLoopDone);
+  // Soft: "3" then the end is an incomplete row, reported and not written.
+  EXPECT_EQ(soft.written(), d8(1) + d8(2));
+  EXPECT_EQ(soft.out.text(),
+            "End of file /data/in.asc\nLast row incomplete - line 3,  file offset 6 hex,  6 "
+            "decimal\n");
+  plan.layout = kolv::RowLayout::kLinePerRow;
+  EngineRun lines(input);
+  lines.convert(plan);
+  EXPECT_EQ(lines.status, kolv::kLoopDone);
+  EXPECT_EQ(lines.written(), d8(1) + d8(2) + d8(3) + miss8());
+  EXPECT_EQ(lines.err.text(), kPartialWarning);
 }
 
 // ---- the write log itself -----------------------------------------------------------

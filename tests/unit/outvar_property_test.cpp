@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "driver/entry.hpp"
+#include "support/scratch.hpp"
 #include "test_run.hpp"
 
 namespace {
@@ -519,18 +520,10 @@ bool leaves_temporary_file(const fs::path& dir) {
 
 class OutvarProperty : public ::testing::Test {
  protected:
-  void SetUp() override {
-    // Memory-backed when available: the runs make many small files.
-    std::string name = fs::is_directory("/dev/shm") ? "/dev/shm/kolv_outvar_prop_XXXXXX"
-                                                    : "/tmp/kolv_outvar_prop_XXXXXX";
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    dir_ = name;
-  }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
-  }
-  fs::path dir_;
+  // Memory-backed when available: the runs make many small files.
+  kolv_support::ScratchDir scratch_{"kolv_outvar_prop",
+                                    fs::is_directory("/dev/shm") ? "/dev/shm" : ""};
+  fs::path dir_ = scratch_.path();
 };
 
 TEST_F(OutvarProperty, SelectionsGiveTheColumnsOfTheFullRun) {

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "command/invar.hpp"
+#include "support/files.hpp"
+#include "support/scratch.hpp"
 #include "test_run.hpp"
 
 namespace {
@@ -27,31 +29,14 @@ using Ints = std::vector<int>;
 class TempOutput {
  public:
   TempOutput() {
-    char dir[] = "/tmp/kolv_outvar_XXXXXX";
-    if (mkdtemp(dir) == nullptr) std::abort();
-    dir_ = dir;
-    path_ = dir_ + "/out_header";
-    FILE* f = std::fopen(path_.c_str(), "wb");
-    char zeros[128] = {};
-    if (f == nullptr || std::fwrite(zeros, sizeof zeros, 1, f) != 1) std::abort();
-    std::fclose(f);
-  }
-  ~TempOutput() {
-    std::remove(path_.c_str());
-    rmdir(dir_.c_str());
+    if (!kolv_support::write_file(path_, std::string(128, '\0'))) std::abort();
   }
   const std::string& path() const { return path_; }
-  std::string bytes() const {
-    FILE* f = std::fopen(path_.c_str(), "rb");
-    if (f == nullptr) return {};
-    std::string b = kolv_test::read_all(f);
-    std::fclose(f);
-    return b;
-  }
+  std::string bytes() const { return kolv_support::read_file(path_); }
 
  private:
-  std::string dir_;
-  std::string path_;
+  kolv_support::ScratchDir dir_{"kolv_outvar"};
+  std::string path_ = dir_.file("out_header");
 };
 
 class Outvar : public ::testing::Test {

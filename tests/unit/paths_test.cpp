@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/state.hpp"
+#include "support/scratch.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KOLV_TEST_ASAN 1
@@ -51,27 +52,6 @@ class HomeGuard {
   std::optional<std::string> saved_;
 };
 
-// A fresh directory made with mkdtemp, removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kolv_paths_XXXXXX").string();
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    if (mkdtemp(buf.data()) != nullptr) path_ = buf.data();
-  }
-  ~TempDir() {
-    if (!path_.empty()) {
-      std::error_code ec;
-      std::filesystem::remove_all(path_, ec);
-    }
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 // Makes a temporary directory the current one for the test's duration.
 class InTempDir {
  public:
@@ -89,7 +69,7 @@ class InTempDir {
   const std::string& cwd() const { return cwd_; }
 
  private:
-  TempDir dir_;
+  kolv_support::ScratchDir dir_{"kolv_paths"};
   std::string old_;
   std::string cwd_;
   bool ok_ = false;
@@ -420,7 +400,7 @@ TEST(PathparseBounds, DotDotAfterACutClimbsFromTheCut) {
 // ------------------------------------------------------------- veldatempnam
 
 TEST(Veldatempnam, CreatesAnEmptyFileInTheDirectory) {
-  TempDir dir;
+  const kolv_support::ScratchDir dir("kolv_paths");
   ASSERT_FALSE(dir.path().empty());
   std::string name = take(kolv::veldatempnam(dir.path().c_str(), "out_"));
   std::string lead = dir.path() + "/out_";
@@ -432,7 +412,7 @@ TEST(Veldatempnam, CreatesAnEmptyFileInTheDirectory) {
 }
 
 TEST(Veldatempnam, TwoCallsReserveTwoNames) {
-  TempDir dir;
+  const kolv_support::ScratchDir dir("kolv_paths");
   ASSERT_FALSE(dir.path().empty());
   std::string a = take(kolv::veldatempnam(dir.path().c_str(), "out_"));
   std::string b = take(kolv::veldatempnam(dir.path().c_str(), "out_"));
@@ -444,7 +424,7 @@ TEST(Veldatempnam, TwoCallsReserveTwoNames) {
 }
 
 TEST(Veldatempnam, TrailingSlashesAndBackslashesOfTheDirectoryGo) {
-  TempDir dir;
+  const kolv_support::ScratchDir dir("kolv_paths");
   ASSERT_FALSE(dir.path().empty());
   std::string lead = dir.path() + "/out_";
   for (std::string given : {dir.path() + "///", dir.path() + "\\", dir.path() + "/\\/"}) {
@@ -457,7 +437,7 @@ TEST(Veldatempnam, TrailingSlashesAndBackslashesOfTheDirectoryGo) {
 }
 
 TEST(Veldatempnam, BackslashInThePrefixIsASeparator) {
-  TempDir dir;
+  const kolv_support::ScratchDir dir("kolv_paths");
   ASSERT_FALSE(dir.path().empty());
   ASSERT_EQ(mkdir((dir.path() + "/sub").c_str(), 0700), 0);
   std::string name = take(kolv::veldatempnam(dir.path().c_str(), "sub\\out_"));
@@ -492,7 +472,7 @@ TEST(Veldatempnam, EmptyOrNullDirectoryIsTheCurrentOne) {
 }
 
 TEST(Veldatempnam, MissingDirectoryStillGivesAName) {
-  TempDir dir;
+  const kolv_support::ScratchDir dir("kolv_paths");
   ASSERT_FALSE(dir.path().empty());
   std::string missing = dir.path() + "/nothere";
   std::string name = take(kolv::veldatempnam(missing.c_str(), "out_"));

@@ -31,7 +31,7 @@ Scanned scan_dbl(TestRun& t, long offset, int field = 0) {
   char slot[8];
   std::memset(slot, 0x55, sizeof slot);
   uint32_t status = 99;
-  char* next = kolv::scandbl(t.run, t.buffer() + offset, slot, field, status);
+  char* next = kolv::scandbl(t.engine, t.buffer() + offset, slot, field, status);
   return {static_cast<long>(next - t.buffer()), std::string(slot, 8), status};
 }
 
@@ -39,7 +39,7 @@ Scanned scan_str(TestRun& t, long offset, int field = 0) {
   char slot[8];
   std::memset(slot, 0x55, sizeof slot);
   uint32_t status = 99;
-  char* next = kolv::scanstr(t.run, t.buffer() + offset, slot, field, status);
+  char* next = kolv::scanstr(t.engine, t.buffer() + offset, slot, field, status);
   return {static_cast<long>(next - t.buffer()), std::string(slot, 8), status};
 }
 
@@ -53,52 +53,52 @@ TEST(ReadBuffer, ShortFirstReadEndsTheInput) {
   TestRun t;
   t.feed("abc", 8);
   EXPECT_EQ(buffered(t), "abc");
-  EXPECT_EQ(t.run.rb.readbytes, 3);
-  EXPECT_EQ(t.run.rb.theresmore, 0);
+  EXPECT_EQ(t.engine.rb.readbytes, 3);
+  EXPECT_EQ(t.engine.rb.theresmore, 0);
 }
 
 TEST(ReadBuffer, FullFirstReadLeavesMoreToCome) {
   TestRun t;
   t.feed("abcdefgh", 8);
   EXPECT_EQ(buffered(t), "abcdefgh");
-  EXPECT_EQ(t.run.rb.readbytes, 8);
-  EXPECT_EQ(t.run.rb.theresmore, 1);
+  EXPECT_EQ(t.engine.rb.readbytes, 8);
+  EXPECT_EQ(t.engine.rb.theresmore, 1);
   // The next read finds nothing and ends the input.
-  char* start = kolv::fillbuff(t.run.rb, t.buffer() + 8);
+  char* start = kolv::fillbuff(t.engine.rb, t.buffer() + 8);
   EXPECT_EQ(start, t.buffer());
   EXPECT_EQ(buffered(t), "");
-  EXPECT_EQ(t.run.rb.readbytes, 0);
-  EXPECT_EQ(t.run.rb.theresmore, 0);
+  EXPECT_EQ(t.engine.rb.readbytes, 0);
+  EXPECT_EQ(t.engine.rb.theresmore, 0);
 }
 
 TEST(ReadBuffer, EmptyInputIsAZeroByte) {
   TestRun t;
   t.feed("", 8);
   EXPECT_EQ(t.buffer()[0], '\0');
-  EXPECT_EQ(t.run.rb.theresmore, 0);
+  EXPECT_EQ(t.engine.rb.theresmore, 0);
 }
 
 TEST(ReadBuffer, RefillMovesTheTailAndReadsTheRest) {
   TestRun t;
   t.feed("abcdefghijklmnopqr", 8);
-  char* start = kolv::fillbuff(t.run.rb, t.buffer() + 5);
+  char* start = kolv::fillbuff(t.engine.rb, t.buffer() + 5);
   EXPECT_EQ(start, t.buffer());
   EXPECT_EQ(buffered(t), "fghijklm");  // 3 bytes kept, 5 read
-  EXPECT_EQ(t.run.rb.readbytes, 5);
-  EXPECT_EQ(t.run.rb.theresmore, 1);
-  kolv::fillbuff(t.run.rb, t.buffer() + 8);
+  EXPECT_EQ(t.engine.rb.readbytes, 5);
+  EXPECT_EQ(t.engine.rb.theresmore, 1);
+  kolv::fillbuff(t.engine.rb, t.buffer() + 8);
   EXPECT_EQ(buffered(t), "nopqr");
-  EXPECT_EQ(t.run.rb.readbytes, 5);
-  EXPECT_EQ(t.run.rb.theresmore, 0);
+  EXPECT_EQ(t.engine.rb.readbytes, 5);
+  EXPECT_EQ(t.engine.rb.theresmore, 0);
 }
 
 TEST(ReadBuffer, RefillAfterTheEndOnlyMovesTheTail) {
   TestRun t;
   t.feed("abcdef", 8);
-  ASSERT_EQ(t.run.rb.theresmore, 0);
-  kolv::fillbuff(t.run.rb, t.buffer() + 3);
+  ASSERT_EQ(t.engine.rb.theresmore, 0);
+  kolv::fillbuff(t.engine.rb, t.buffer() + 3);
   EXPECT_EQ(buffered(t), "def");
-  EXPECT_EQ(t.run.rb.readbytes, 6);  // no read was made
+  EXPECT_EQ(t.engine.rb.readbytes, 6);  // no read was made
 }
 
 TEST(ReadBuffer, ZeroByteInsideTheInputEndsTheBufferedText) {
@@ -106,7 +106,7 @@ TEST(ReadBuffer, ZeroByteInsideTheInputEndsTheBufferedText) {
   t.feed("ab\0xyzwvu"s + "123", 8);
   EXPECT_EQ(buffered(t), "ab");
   // The tail is measured up to the zero byte: "xyzwv" is lost.
-  kolv::fillbuff(t.run.rb, t.buffer() + 1);
+  kolv::fillbuff(t.engine.rb, t.buffer() + 1);
   EXPECT_EQ(buffered(t), "bu123");
 }
 
@@ -142,7 +142,7 @@ TEST(Scandbl, LeadingBlanksAreSkippedAndTheStartRecorded) {
   Scanned s = scan_dbl(t, 1);
   EXPECT_EQ(s.slot, d8(7.0));
   EXPECT_EQ(s.next, 5);
-  EXPECT_EQ(t.run.rb.cperr, t.buffer() + 1);
+  EXPECT_EQ(t.engine.rb.cperr, t.buffer() + 1);
 }
 
 TEST(Scandbl, WhatFollowsTheNumberIsNotLookedAt) {
@@ -208,7 +208,7 @@ TEST(Scandbl, PointBeforeADigitIsANumber) {
 
 TEST(Scandbl, MissingValueSymbolAndPointBothCount) {
   TestRun t;
-  t.run.set.mstring = '*';
+  t.plan.missing_symbol = '*';
   t.feed("* . *I *5");
   EXPECT_EQ(scan_dbl(t, 0).slot, miss8());
   EXPECT_EQ(scan_dbl(t, 2).slot, miss8());
@@ -222,7 +222,7 @@ TEST(Scandbl, MissingValueSymbolAndPointBothCount) {
 
 TEST(Scandbl, MinusAsSymbolStillAllowsNegativeNumbers) {
   TestRun t;
-  t.run.set.mstring = '-';
+  t.plan.missing_symbol = '-';
   t.feed("- -5 ");
   EXPECT_EQ(scan_dbl(t, 0).slot, miss8());
   Scanned s = scan_dbl(t, 2);
@@ -234,7 +234,7 @@ TEST(Scandbl, MissingValueRecordsItsPosition) {
   TestRun t;
   t.feed("  . ");
   scan_dbl(t, 0);
-  EXPECT_EQ(t.run.rb.cperr, t.buffer() + 2);
+  EXPECT_EQ(t.engine.rb.cperr, t.buffer() + 2);
 }
 
 // ---- scandbl: words in numeric fields -----------------------------------------------
@@ -246,8 +246,8 @@ TEST(Scandbl, ShortWordIsStoredAsText) {
   EXPECT_EQ(s.status, 1u);
   EXPECT_EQ(s.slot, text8("abc"));
   EXPECT_EQ(s.next, 3);
-  EXPECT_EQ(t.run.vars.vrec[2], 1);
-  EXPECT_EQ(t.run.vars.vrec[0], 0);
+  EXPECT_EQ(t.engine.vrec[2], 1);
+  EXPECT_EQ(t.engine.vrec[0], 0);
 }
 
 TEST(Scandbl, LongWordIsCutToEightBytes) {
@@ -256,7 +256,7 @@ TEST(Scandbl, LongWordIsCutToEightBytes) {
   Scanned s = scan_dbl(t, 0, 1);
   EXPECT_EQ(s.slot, text8("abcdefgh"));
   EXPECT_EQ(s.next, 10);
-  EXPECT_EQ(t.run.vars.vrec[1], 255);
+  EXPECT_EQ(t.engine.vrec[1], 255);
 }
 
 TEST(Scandbl, UnderscoreStartsText) {
@@ -264,7 +264,7 @@ TEST(Scandbl, UnderscoreStartsText) {
   t.feed("_x9 ");
   Scanned s = scan_dbl(t, 0);
   EXPECT_EQ(s.slot, text8("_x9"));
-  EXPECT_EQ(t.run.vars.vrec[0], 1);
+  EXPECT_EQ(t.engine.vrec[0], 1);
 }
 
 TEST(Scandbl, UnsignedInfinityAndNanAreWords) {
@@ -283,7 +283,7 @@ TEST(Scanstr, TextUpToATerminator) {
   EXPECT_EQ(s.status, 1u);
   EXPECT_EQ(s.slot, text8("ab|cd\"e"));
   EXPECT_EQ(s.next, 7);
-  EXPECT_EQ(t.run.vars.vrec[0], 1);
+  EXPECT_EQ(t.engine.vrec[0], 1);
 }
 
 TEST(Scanstr, DigitsAreText) {
@@ -314,7 +314,7 @@ TEST(Scanstr, PointAloneIsMissing) {
 
 TEST(Scanstr, PointBeforeOtherBytesIsText) {
   TestRun t;
-  t.run.set.mstring = '*';
+  t.plan.missing_symbol = '*';
   t.feed(".I .abc *x * ");
   EXPECT_EQ(scan_str(t, 0).slot, text8(".I"));
   EXPECT_EQ(scan_str(t, 3).slot, text8(".abc"));
@@ -324,23 +324,23 @@ TEST(Scanstr, PointBeforeOtherBytesIsText) {
 
 TEST(Scanstr, FlagIsKeptPerVariableUnderComplex) {
   TestRun t;
-  t.run.set.cplx = 2;
+  t.plan.complex = true;
   t.feed("ab cdefghijkl");
   scan_str(t, 0, 3);  // field 3 is the imaginary part of variable 1
-  EXPECT_EQ(t.run.vars.vrec[1], 1);
-  EXPECT_EQ(t.run.vars.vrec[3], 0);
+  EXPECT_EQ(t.engine.vrec[1], 1);
+  EXPECT_EQ(t.engine.vrec[3], 0);
   scan_str(t, 3, 2);  // the real part of variable 1, cut to 8 bytes
-  EXPECT_EQ(t.run.vars.vrec[1], 255);
-  EXPECT_EQ(t.run.vars.vrec[2], 0);
+  EXPECT_EQ(t.engine.vrec[1], 255);
+  EXPECT_EQ(t.engine.vrec[2], 0);
 }
 
 TEST(Scanstr, TruncationFlagIsKeptOnceSet) {
   TestRun t;
   t.feed("abcdefghijk ab");
   scan_str(t, 0, 0);
-  EXPECT_EQ(t.run.vars.vrec[0], 255);
+  EXPECT_EQ(t.engine.vrec[0], 255);
   scan_str(t, 12, 0);
-  EXPECT_EQ(t.run.vars.vrec[0], 255);
+  EXPECT_EQ(t.engine.vrec[0], 255);
 }
 
 // ---- refills ---------------------------------------------------------------------
@@ -378,7 +378,7 @@ TEST(Refill, BlanksRunningIntoTheBufferEnd) {
   EXPECT_EQ(s.slot, d8(9.0));
   EXPECT_EQ(s.next, 4);
   EXPECT_EQ(buffered(t), "   9 ");
-  EXPECT_EQ(t.run.rb.cperr, t.buffer());
+  EXPECT_EQ(t.engine.rb.cperr, t.buffer());
 }
 
 TEST(Refill, SignAtTheBufferEndWaitsForItsDigits) {
@@ -430,12 +430,12 @@ TEST(Refill, PointAtBufferEndBeforeMoreTextOfAWord) {
 TEST(Refill, PointAsLastByteOfTheInputDoesNotRefill) {
   TestRun t;
   t.feed("12 .", 8);
-  ASSERT_EQ(t.run.rb.theresmore, 0);
-  uint64_t fills = t.run.rb.fills;
+  ASSERT_EQ(t.engine.rb.theresmore, 0);
+  uint64_t fills = t.engine.rb.fills;
   Scanned s = scan_dbl(t, 3);
   EXPECT_EQ(s.slot, miss8());
   EXPECT_EQ(s.next, 4);
-  EXPECT_EQ(t.run.rb.fills, fills);
+  EXPECT_EQ(t.engine.rb.fills, fills);
   EXPECT_EQ(buffered(t), "12 .");  // nothing moved
   s = scan_str(t, 3);
   EXPECT_EQ(s.slot, miss8());
@@ -449,7 +449,7 @@ TEST(Refill, PointAsLastByteOfAFullReadIsMissing) {
   Scanned s = scan_dbl(t, 3);
   EXPECT_EQ(s.slot, miss8());
   EXPECT_EQ(s.next, 1);
-  EXPECT_EQ(t.run.rb.theresmore, 0);
+  EXPECT_EQ(t.engine.rb.theresmore, 0);
 }
 
 TEST(Refill, WordSplitAcrossReads) {
@@ -461,7 +461,7 @@ TEST(Refill, WordSplitAcrossReads) {
       4);
   Scanned s = scan_str(t, 0, 0);
   EXPECT_EQ(s.slot, text8("abcdefgh"));
-  EXPECT_EQ(t.run.vars.vrec[0], 255);
+  EXPECT_EQ(t.engine.vrec[0], 255);
   EXPECT_EQ(s.next, 3);
   EXPECT_EQ(buffered(t), "ijk ");
 }
@@ -485,11 +485,11 @@ TEST(Refill, EarlyRefillNearTheBufferEnd) {
   input += "42 ";
   input += std::string(200, ' ');
   t.feed(input);
-  ASSERT_EQ(t.run.rb.theresmore, 1);
+  ASSERT_EQ(t.engine.rb.theresmore, 1);
   Scanned s = scan_dbl(t, at);
   EXPECT_EQ(s.slot, d8(42.0));
   EXPECT_EQ(s.next, 2);
-  EXPECT_EQ(t.run.rb.cperr, t.buffer());
+  EXPECT_EQ(t.engine.rb.cperr, t.buffer());
 }
 
 TEST(Refill, NoEarlyRefillAtEightyBytes) {
@@ -502,7 +502,7 @@ TEST(Refill, NoEarlyRefillAtEightyBytes) {
   Scanned s = scan_dbl(t, at);
   EXPECT_EQ(s.slot, d8(42.0));
   EXPECT_EQ(s.next, at + 2);
-  EXPECT_EQ(t.run.rb.fills, 0u);
+  EXPECT_EQ(t.engine.rb.fills, 0u);
 }
 
 TEST(Refill, NoEarlyRefillAtTheEndOfTheInput) {
@@ -511,7 +511,7 @@ TEST(Refill, NoEarlyRefillAtTheEndOfTheInput) {
   std::string input(static_cast<size_t>(at), 'x');
   input += "42";
   t.feed(input);  // shorter than one read
-  ASSERT_EQ(t.run.rb.theresmore, 0);
+  ASSERT_EQ(t.engine.rb.theresmore, 0);
   Scanned s = scan_dbl(t, at);
   EXPECT_EQ(s.slot, d8(42.0));
   EXPECT_EQ(s.next, at + 2);

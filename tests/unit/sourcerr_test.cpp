@@ -24,7 +24,7 @@ void hold(TestRun& t, const std::string& bytes) {
 TEST(Sourcerr, BadData) {
   TestRun t;
   hold(t, "abc,def");
-  EXPECT_EQ(kolv::sourcerr(t.run, 3, t.buffer() + 4, 7), 3);
+  EXPECT_EQ(kolv::sourcerr(t.engine, 3, t.buffer() + 4, 7), 3);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 7,  file offset 4 hex,  4 decimal:\n"
             "   Hex:    64 65 66 \n"
@@ -35,7 +35,7 @@ TEST(Sourcerr, BadData) {
 TEST(Sourcerr, MissingDelimiter) {
   TestRun t;
   hold(t, "1 2\n");
-  EXPECT_EQ(kolv::sourcerr(t.run, 1, t.buffer() + 2, 1), 1);
+  EXPECT_EQ(kolv::sourcerr(t.engine, 1, t.buffer() + 2, 1), 1);
   EXPECT_EQ(t.out_text(),
             "Missing delimiter - file /data/in.asc,  line 1,  file offset 2 hex,  2 decimal:\n"
             "   Hex:    32 0a \n"
@@ -45,7 +45,7 @@ TEST(Sourcerr, MissingDelimiter) {
 TEST(Sourcerr, UnexpectedDelimiter) {
   TestRun t;
   hold(t, "1,2,3,");
-  EXPECT_EQ(kolv::sourcerr(t.run, 4, t.buffer() + 5, 12), 4);
+  EXPECT_EQ(kolv::sourcerr(t.engine, 4, t.buffer() + 5, 12), 4);
   EXPECT_EQ(t.out_text(),
             "Unexpected delimiter - file /data/in.asc,  line 12,  file offset 5 hex,  5 decimal:\n"
             "   Hex:    2c \n"
@@ -55,7 +55,7 @@ TEST(Sourcerr, UnexpectedDelimiter) {
 TEST(Sourcerr, LastRowIncompleteHasNoDump) {
   TestRun t;
   hold(t, "1 2 3");
-  EXPECT_EQ(kolv::sourcerr(t.run, 2, t.buffer() + 5, 3), 2);
+  EXPECT_EQ(kolv::sourcerr(t.engine, 2, t.buffer() + 5, 3), 2);
   EXPECT_EQ(t.out_text(),
             "End of file /data/in.asc\n"
             "Last row incomplete - line 3,  file offset 5 hex,  5 decimal\n");
@@ -64,7 +64,7 @@ TEST(Sourcerr, LastRowIncompleteHasNoDump) {
 TEST(Sourcerr, AtMostSixteenBytesAreDumped) {
   TestRun t;
   hold(t, "0123456789abcdefghij");
-  kolv::sourcerr(t.run, 3, t.buffer(), 1);
+  kolv::sourcerr(t.engine, 3, t.buffer(), 1);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 1,  file offset 0 hex,  0 decimal:\n"
             "   Hex:    30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 \n"
@@ -74,7 +74,7 @@ TEST(Sourcerr, AtMostSixteenBytesAreDumped) {
 TEST(Sourcerr, FaultAtTheLastByteDumpsOneByte) {
   TestRun t;
   hold(t, "12x");
-  kolv::sourcerr(t.run, 3, t.buffer() + 2, 1);
+  kolv::sourcerr(t.engine, 3, t.buffer() + 2, 1);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 1,  file offset 2 hex,  2 decimal:\n"
             "   Hex:    78 \n"
@@ -84,7 +84,7 @@ TEST(Sourcerr, FaultAtTheLastByteDumpsOneByte) {
 TEST(Sourcerr, FaultAtTheZeroByteDumpsNothing) {
   TestRun t;
   hold(t, "12");
-  kolv::sourcerr(t.run, 1, t.buffer() + 2, 4);
+  kolv::sourcerr(t.engine, 1, t.buffer() + 2, 4);
   EXPECT_EQ(t.out_text(),
             "Missing delimiter - file /data/in.asc,  line 4,  file offset 2 hex,  2 decimal:\n"
             "   Hex:    \n"
@@ -94,7 +94,7 @@ TEST(Sourcerr, FaultAtTheZeroByteDumpsNothing) {
 TEST(Sourcerr, ControlBytesShowAsHexAndAsByteFour) {
   TestRun t;
   hold(t, "a\tb\nc\r");
-  kolv::sourcerr(t.run, 3, t.buffer(), 1);
+  kolv::sourcerr(t.engine, 3, t.buffer(), 1);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 1,  file offset 0 hex,  0 decimal:\n"
             "   Hex:    61 09 62 0a 63 0d \n"
@@ -108,7 +108,7 @@ TEST(Sourcerr, HighBytesAreWidenedAsSignedChars) {
   hold(t,
        "\x80\xFF\x7F"
        "A");
-  kolv::sourcerr(t.run, 3, t.buffer(), 1);
+  kolv::sourcerr(t.engine, 3, t.buffer(), 1);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 1,  file offset 0 hex,  0 decimal:\n"
             "   Hex:    ffffff80 ffffffff 7f 41 \n"
@@ -121,7 +121,7 @@ TEST(Sourcerr, LargeOffsetsAndLinesPrintWhole) {
   std::memset(t.buffer(), ' ', 131072);
   t.buffer()[131071] = 'q';
   t.buffer()[131072] = '\0';
-  kolv::sourcerr(t.run, 3, t.buffer() + 131071, 2000000);
+  kolv::sourcerr(t.engine, 3, t.buffer() + 131071, 2000000);
   EXPECT_EQ(t.out_text(),
             "Bad data - file /data/in.asc,  line 2000000,  file offset 131071 hex,  131071 "
             "decimal:\n"
@@ -131,9 +131,9 @@ TEST(Sourcerr, LargeOffsetsAndLinesPrintWhole) {
 
 TEST(Sourcerr, FileNameIsTheInputPath) {
   TestRun t;
-  std::strcpy(t.run.set.infile, "/home/u/my data.asc");
+  t.engine.input_name = "/home/u/my data.asc";
   hold(t, "z");
-  kolv::sourcerr(t.run, 2, t.buffer(), 1);
+  kolv::sourcerr(t.engine, 2, t.buffer(), 1);
   EXPECT_EQ(t.out_text(),
             "End of file /home/u/my data.asc\n"
             "Last row incomplete - line 1,  file offset 0 hex,  0 decimal\n");
@@ -145,7 +145,7 @@ TEST_P(SourcerrInvalidKind, EndsTheRunBeforePrintingAnything) {
   TestRun t;
   hold(t, "abc");
   try {
-    kolv::sourcerr(t.run, GetParam(), t.buffer(), 1);
+    kolv::sourcerr(t.engine, GetParam(), t.buffer(), 1);
     FAIL() << "kind " << GetParam() << " must end the run";
   } catch (const FatalError& e) {
     EXPECT_EQ(e.message, "KOLV - Internal error 303\n");

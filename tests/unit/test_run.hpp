@@ -16,6 +16,8 @@
 
 #include "base/state.hpp"
 #include "command/statement.hpp"
+#include "engine/loops.hpp"
+#include "engine/plan.hpp"
 #include "engine/readbuf.hpp"
 
 namespace kolv_test {
@@ -92,8 +94,12 @@ inline std::string read_all(FILE* f) {
   return bytes;
 }
 
+// The command language's state (run) and one engine over a plan that the
+// test sets up directly.
 struct TestRun {
   kolv::Run run;
+  kolv::Plan plan;
+  kolv::Engine engine{plan, kolv::Console{}};
   Capture out;
   Capture err;
   FILE* input = nullptr;
@@ -105,6 +111,8 @@ struct TestRun {
     run.io.out = out.file();
     run.io.err = err.file();
     std::strcpy(run.set.infile, "/data/in.asc");
+    engine.io = run.io;
+    engine.input_name = "/data/in.asc";
   }
   ~TestRun() {
     if (input) std::fclose(input);
@@ -125,10 +133,10 @@ struct TestRun {
   // the first fill of the buffer.
   void feed(const std::string& bytes, int read_size = kolv::kReadSize) {
     input = file_with(bytes);
-    run.rb.infp = input;
-    run.rb.read_size = read_size;
-    run.rb.theresmore = 1;
-    kolv::first_fill(run.rb);
+    engine.rb.infp = input;
+    engine.rb.read_size = read_size;
+    engine.rb.theresmore = 1;
+    kolv::first_fill(engine.rb);
   }
 
   // Declares the input variables by a string of types: 'n' numeric, 'c' character.
@@ -136,6 +144,10 @@ struct TestRun {
     run.vars.varin = static_cast<int>(types.size());
     run.vars.itypes.assign((types.size() + 8) & ~size_t{7}, 0);
     for (size_t i = 0; i < types.size(); ++i) run.vars.itypes[i] = types[i] == 'n' ? 1 : 0;
+    plan.kinds.clear();
+    for (char c : types)
+      plan.kinds.push_back(c == 'n' ? kolv::FieldKind::kNumeric : kolv::FieldKind::kCharacter);
+    if (engine.vrec.size() < types.size()) engine.vrec.resize(types.size(), 0);
   }
 
   // Chooses output variables by input index.
@@ -143,18 +155,22 @@ struct TestRun {
     run.vars.varout = static_cast<int>(inputs.size());
     if (run.vars.outvec.size() < inputs.size()) run.vars.outvec.resize(inputs.size());
     for (size_t i = 0; i < inputs.size(); ++i) run.vars.outvec[i] = inputs[i];
+    plan.all_columns = false;
+    plan.columns = inputs;
   }
 
   // Rows go to a temporary file.
   void output_to_file() {
     output = std::tmpfile();
     run.files.fout = output;
+    engine.sink = output;
   }
   // Rows go to a write log (logged or refused writes).
   void output_to_log() {
     output = open_write_log(log);
     logged = true;
     run.files.fout = output;
+    engine.sink = output;
   }
   std::string written() {
     if (output == nullptr) return {};
@@ -164,7 +180,7 @@ struct TestRun {
 
   std::string out_text() { return out.text(); }
   std::string err_text() { return err.text(); }
-  char* buffer() { return run.rb.inbuff.get(); }
+  char* buffer() { return engine.rb.inbuff.get(); }
 };
 
 // Expected element bytes, little-endian.

@@ -8,7 +8,7 @@
 #   command  base, format
 #   engine   base, format
 #   driver   base, format, command, engine
-#   tools    base, format (kolvprep also the engine's scanners)
+#   tools    base, format
 #
 # Usage: layers.sh [SOURCE_ROOT]   (default: the project holding this script)
 set -u
@@ -35,7 +35,6 @@ awk '
     if (file ~ /^src\/engine\//) return " base format engine ";
     if (file ~ /^src\/driver\//) return " base format command engine driver ";
     if (file == "src/main.cpp") return " driver ";
-    if (file ~ /^tools\/kolvprep\//) return " base format engine ";
     if (file ~ /^tools\//) return " base format ";
     return "";
   }

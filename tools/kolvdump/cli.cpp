@@ -481,6 +481,58 @@ int dump(FILE* in, const std::string& name, const Options& o, FILE* out, FILE* e
   }
 }
 
+namespace {
+
+// The options taken together, after each was read: false after saying what
+// does not go together (or that no data set was named).
+bool options_agree(Options& o, bool no_header, const char* text_only, const char* mode_option,
+                   bool have_file, FILE* err) {
+  if (no_header) {
+    if (o.mode != Mode::kCsv) {
+      say(err, "--no-header needs --csv");
+      return false;
+    }
+    o.names = false;
+  }
+  if (text_only != nullptr && (o.mode == Mode::kNpy || o.mode == Mode::kCheck)) {
+    say(err, "%s cannot be used with %s", text_only, mode_option);
+    return false;
+  }
+  if (o.summary && (o.mode == Mode::kNpy || o.mode == Mode::kCheck || text_only != nullptr)) {
+    say(err, "--summary cannot be used with %s", text_only != nullptr ? text_only : mode_option);
+    return false;
+  }
+  if (o.ascii && !o.summary) {
+    say(err, "--ascii needs --summary");
+    return false;
+  }
+  if (o.mode == Mode::kCheck &&
+      (o.columns || o.head != UINT64_MAX || o.first != 1 || o.last != UINT64_MAX)) {
+    say(err, "--check reads no rows out: --columns, --rows and --head do not apply");
+    return false;
+  }
+  if (!have_file) {
+    say(err, "no data set named");
+    return false;
+  }
+  return true;
+}
+
+// Opens the data set that `file` names and shows it as the options ask.
+int open_and_dump(const std::string& file, const Options& o, FILE* out, FILE* err) {
+  std::string path = data_set_path(file);
+  FILE* in = std::fopen(path.c_str(), "rb");
+  if (in == nullptr) {
+    say(err, "cannot open %s: %s", path.c_str(), std::strerror(errno));
+    return o.mode == Mode::kCheck ? kExitRowMismatch : kExitNotDataSet;
+  }
+  int status = dump(in, path, o, out, err);
+  std::fclose(in);
+  return status;
+}
+
+}  // namespace
+
 int run(int argc, const char* const* argv, FILE* out, FILE* err) {
   Options o;
   std::string file;
@@ -562,44 +614,8 @@ int run(int argc, const char* const* argv, FILE* out, FILE* err) {
       return usage_error(err);
     }
   }
-  if (no_header) {
-    if (o.mode != Mode::kCsv) {
-      say(err, "--no-header needs --csv");
-      return usage_error(err);
-    }
-    o.names = false;
-  }
-  if (text_only != nullptr && (o.mode == Mode::kNpy || o.mode == Mode::kCheck)) {
-    say(err, "%s cannot be used with %s", text_only, mode_option);
-    return usage_error(err);
-  }
-  if (o.summary && (o.mode == Mode::kNpy || o.mode == Mode::kCheck || text_only != nullptr)) {
-    say(err, "--summary cannot be used with %s", text_only != nullptr ? text_only : mode_option);
-    return usage_error(err);
-  }
-  if (o.ascii && !o.summary) {
-    say(err, "--ascii needs --summary");
-    return usage_error(err);
-  }
-  if (o.mode == Mode::kCheck &&
-      (o.columns || o.head != UINT64_MAX || o.first != 1 || o.last != UINT64_MAX)) {
-    say(err, "--check reads no rows out: --columns, --rows and --head do not apply");
-    return usage_error(err);
-  }
-  if (!have_file) {
-    say(err, "no data set named");
-    return usage_error(err);
-  }
-
-  std::string path = data_set_path(file);
-  FILE* in = std::fopen(path.c_str(), "rb");
-  if (in == nullptr) {
-    say(err, "cannot open %s: %s", path.c_str(), std::strerror(errno));
-    return o.mode == Mode::kCheck ? kExitRowMismatch : kExitNotDataSet;
-  }
-  int status = dump(in, path, o, out, err);
-  std::fclose(in);
-  return status;
+  if (!options_agree(o, no_header, text_only, mode_option, have_file, err)) return usage_error(err);
+  return open_and_dump(file, o, out, err);
 }
 
 }  // namespace kolvdump

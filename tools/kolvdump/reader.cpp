@@ -80,11 +80,11 @@ Problem read_variables(FILE* in, DataSet& ds) {
   }
   ds.variables.resize(static_cast<size_t>(n));
   for (size_t i = 0; i < n; ++i) {
-    uint8_t type = bytes[static_cast<size_t>(kolv::kNameBytes * n) + i];
+    uint8_t type = bytes[static_cast<size_t>(kolv::kNameSize * n) + i];
     if (type > 1) return fault(Fault::kTypeByte, type, i + 1);
-    const uint8_t* name = bytes.data() + kolv::kNameBytes * i;
+    const uint8_t* name = bytes.data() + kolv::kNameSize * i;
     size_t length = 0;
-    while (length < static_cast<size_t>(kolv::kNameBytes) && name[length] != 0) ++length;
+    while (length < static_cast<size_t>(kolv::kNameSize) && name[length] != 0) ++length;
     ds.variables[i].name.assign(reinterpret_cast<const char*>(name), length);
     ds.variables[i].numeric = type == 1;
   }

@@ -16,6 +16,7 @@
 #include "byte_language.hpp"
 #include "difference.hpp"
 #include "process.hpp"
+#include "support/files.hpp"
 
 namespace fs = std::filesystem;
 
@@ -36,17 +37,15 @@ struct MissingRealData : std::runtime_error {
 };
 
 std::string read_file(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw CaseError("cannot read " + path.string());
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  std::string bytes;
+  if (!kolv_support::read_file(path.string(), bytes))
+    throw CaseError("cannot read " + path.string());
+  return bytes;
 }
 
 void write_file(const fs::path& path, std::string_view data) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(data.data(), static_cast<std::streamsize>(data.size()));
-  if (!out) throw CaseError("cannot write " + path.string());
+  if (!kolv_support::write_file(path.string(), data))
+    throw CaseError("cannot write " + path.string());
 }
 
 std::vector<std::string> split_words(const std::string& line) {

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "golden_case.hpp"
+#include "support/scratch.hpp"
 
 namespace kolv::e2e {
 namespace {
@@ -18,13 +19,9 @@ namespace fs = std::filesystem;
 class GoldenRunnerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char name[] = "/tmp/kolv_e2e_selftest_XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    case_dir_ = name;
     options_.program = "/bin/sh";
     options_.build_date = "Jan 02 2026";
   }
-  void TearDown() override { fs::remove_all(case_dir_); }
 
   void put(const std::string& relative, const std::string& text) {
     fs::path path = case_dir_ / relative;
@@ -47,7 +44,8 @@ class GoldenRunnerTest : public ::testing::Test {
     return all;
   }
 
-  fs::path case_dir_;
+  kolv_support::ScratchDir scratch_{"kolv_e2e_selftest", "/tmp"};
+  fs::path case_dir_ = scratch_.path();
   RunnerOptions options_;
 };
 
@@ -185,13 +183,11 @@ TEST_F(GoldenRunnerTest, KeepLeavesTheDirectory) {
 }
 
 TEST(GoldenCaseList, FoldersSortedAndHiddenSkipped) {
-  char name[] = "/tmp/kolv_e2e_list_XXXXXX";
-  ASSERT_NE(mkdtemp(name), nullptr);
-  fs::path dir = name;
+  const kolv_support::ScratchDir scratch("kolv_e2e_list", "/tmp");
+  const fs::path dir = scratch.path();
   for (const char* sub : {"b_case", "a_case", ".hidden"}) fs::create_directory(dir / sub);
   std::ofstream(dir / "README") << "not a case";
   EXPECT_EQ(list_case_names(dir), (std::vector<std::string>{"a_case", "b_case"}));
-  fs::remove_all(dir);
 }
 
 }  // namespace

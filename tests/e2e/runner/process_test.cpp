@@ -11,6 +11,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/files.hpp"
+#include "support/scratch.hpp"
+
 namespace kolv::e2e {
 namespace {
 
@@ -19,25 +22,12 @@ using std::chrono::milliseconds;
 
 class ProcessTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/kolv_e2e_process_XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    char resolved[PATH_MAX];
-    ASSERT_NE(realpath(name, resolved), nullptr);
-    dir_ = resolved;
-    out_ = dir_ + "/out";
-    err_ = dir_ + "/err";
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  static std::string slurp(const std::string& path) { return kolv_support::read_file(path); }
 
-  static std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
-
-  std::string dir_, out_, err_;
+  kolv_support::ScratchDir scratch_{"kolv_e2e_process", "/tmp"};
+  std::string dir_ = scratch_.path();
+  std::string out_ = dir_ + "/out";
+  std::string err_ = dir_ + "/err";
 };
 
 TEST_F(ProcessTest, RunsInTheDirectoryWithStreamsCapturedAndNoInput) {

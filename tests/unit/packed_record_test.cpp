@@ -1,5 +1,5 @@
 // INVAR RECORD: packed record descriptions (scanformat).
-#include "command/format.hpp"
+#include "command/packed_record.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-using kolv::FieldLayout;
+using kolv::PackedField;
 
 // A fresh run whose messages are captured.
 struct FormatRun {
@@ -46,11 +46,11 @@ struct FormatRun {
     const char* field = &run.vars.inames[static_cast<size_t>(i) * kolv::kNameSize];
     return std::string(field, strnlen(field, kolv::kNameSize));
   }
-  const FieldLayout& field(int i) const { return run.vars.fmv[static_cast<size_t>(i)]; }
+  const PackedField& field(int i) const { return run.vars.fmv[static_cast<size_t>(i)]; }
   int type(int i) const { return run.vars.itypes[static_cast<size_t>(i)]; }
 };
 
-void expect_field(const FieldLayout& f, int type, int decimals, int start, int width) {
+void expect_field(const PackedField& f, int type, int decimals, int start, int width) {
   EXPECT_EQ(f.type, type);
   EXPECT_EQ(f.decimals, decimals);
   EXPECT_EQ(f.start, start);

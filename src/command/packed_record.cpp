@@ -1,4 +1,4 @@
-#include "command/format.hpp"
+#include "command/packed_record.hpp"
 
 #include <cctype>
 #include <cstdint>
@@ -8,6 +8,7 @@
 
 #include "base/fatal.hpp"
 #include "base/text.hpp"
+#include "command/messages.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
 #include "command/vartable.hpp"
@@ -16,10 +17,8 @@ namespace kolv {
 
 namespace {
 
-constexpr char kOutOfMemory4[] = "KOLV - Out of memory 4\n";
-
 // Longest record a description may declare (one full read of the buffer).
-constexpr long kMaxRecord = 131072;
+constexpr long kMaxRecord = kReadSize;
 
 // Columns, widths and decimals are read saturating here: far beyond any
 // record, yet start plus width still fits comfortably in 64 bits.
@@ -97,7 +96,7 @@ const char* read_group(Run& run, const char*& p, Cursor& cur) {
 // Starts the variable tables and the layout table afresh, room for 1000.
 void reset_tables(Run& run) {
   reset_input_tables(run, kOutOfMemory4);
-  std::vector<FieldLayout>& fmv = run.vars.fmv;
+  std::vector<PackedField>& fmv = run.vars.fmv;
   fmv.clear();
   fmv.shrink_to_fit();
   try {
@@ -124,7 +123,7 @@ bool grow_tables(Run& run, long capacity) {
 // Adds vname with the cursor's layout; the next field follows it directly.
 void add_field(Run& run, Cursor& cur) {
   Variables& v = run.vars;
-  FieldLayout& f = v.fmv[static_cast<size_t>(v.varin)];
+  PackedField& f = v.fmv[static_cast<size_t>(v.varin)];
   f.type = static_cast<uint8_t>(v.numeric_data);
   f.decimals = static_cast<uint8_t>(cur.decimals);
   // Positions past any record all read as blanks, so they may saturate.
@@ -143,8 +142,7 @@ int scanformat(Run& run, const char* p) {
   run.lay.varformat = 2;
   long record = read_number(p);
   if (record == 0 || record > kMaxRecord) {
-    std::fprintf(run.io.out, "KOLV - Record length must be 1-%d bytes\n",
-                 static_cast<int>(kMaxRecord));
+    std::fprintf(run.io.out, kRecordLengthRange, static_cast<int>(kMaxRecord));
     return 0;
   }
   v.record = static_cast<int>(record);
@@ -177,8 +175,7 @@ int scanformat(Run& run, const char* p) {
       NameRange range;
       if (const char* at = parse_range(p, range, run.set.vpad)) return syntax_error(run, at);
       long count = range.last - range.first + 1;
-      if (count > kMaxRangeCount || !grow_tables(run, v.varin + count))
-        getout("KOLV - Too many variables (1)\n");
+      if (count > kMaxRangeCount || !grow_tables(run, v.varin + count)) getout(kTooManyVariables1);
       char stem[kNameSize + 1];
       std::memcpy(stem, v.vname, sizeof stem);
       for (long i = range.first; i <= range.last; ++i) {
@@ -187,7 +184,7 @@ int scanformat(Run& run, const char* p) {
       }
     } else {
       if (v.varin >= v.varlimit && !grow_tables(run, static_cast<long>(v.varlimit) + 1))
-        getout("KOLV - Too many variables (2)\n");
+        getout(kTooManyVariables2);
       add_field(run, cur);
     }
   }

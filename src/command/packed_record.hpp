@@ -1,4 +1,4 @@
-// INVAR RECORD: the description of packed ASCII records (fixed columns).
+// INVAR RECORD: the packed record description (the columns of each field).
 #pragma once
 
 #include "base/state.hpp"
