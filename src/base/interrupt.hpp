@@ -49,6 +49,13 @@ struct InterruptGuard {
   std::vector<unsigned char> saved;
   const unsigned char* saved_bytes = nullptr;  // saved.data() as the handler reads it
   size_t saved_size = 0;
+  // The run's rollback journal (journal.hpp): its name, and whether it is
+  // on disk. A signal removes it after the rollback, which it syncs first
+  // when `sync` is set.
+  char journal[1040] = {};
+  volatile sig_atomic_t journal_written = 0;
+  size_t journal_size = 0;  // the saved bytes the written journal holds
+  bool sync = true;
 
   // Signal actions in force before arm_interrupts, restored by
   // disarm_interrupts. Only signals that were not ignored are handled.

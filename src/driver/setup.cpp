@@ -12,6 +12,7 @@
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
+#include "base/journal.hpp"
 #include "base/paths.hpp"
 #include "engine/loops.hpp"
 #include "engine/readbuf.hpp"
@@ -81,7 +82,7 @@ void write_all_variables_block(Run& run) {
   Variables& v = run.vars;
   run.lay.allout = 1;
   v.varout = v.varin;
-  guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
+  journal_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   FILE* f = std::fopen(run.files.outtmp, "r+b");
   if (f == nullptr) getout("KOLV - Can't open temporary file 760\n");
   VarBlockWrite written = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
@@ -156,8 +157,11 @@ FILE* open_append_target(Run& run) {
   const int fd = ::dup(::fileno(target));
   if (fd >= 0) {
     lock_exclusive(fd);
+    // An append that never reached its end is undone before anything is read.
+    recover_journal(run.files.outtmp, fd, run.io.err);
     struct stat st;
     guard_restore(run.guard, fd, ::fstat(fd, &st) == 0 ? st.st_size : 0);
+    journal_attach(run.guard, run.files.outtmp);
   }
   return target;
 }
@@ -175,6 +179,15 @@ FILE* create_exclusive(const char* name) {
     errno = saved;
   }
   return f;
+}
+
+// Syncs a finished file before it is renamed into place.
+void sync_file(const char* name) {
+  if (!sync_wanted()) return;
+  const int fd = ::open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  sync_fd(fd);
+  ::close(fd);
 }
 
 }  // namespace
@@ -257,6 +270,8 @@ int convert_and_complete(Run& run) {
       getout("KOLV - Insufficient memory (2)\n");
     }
   }
+  // An appended data set changes from here on only under its journal.
+  if (run.set.appending) journal_cover(run.guard, 128);
   run.files.fout = std::fopen(run.files.outtmp, "ab");
   if (run.files.fout == nullptr) getout(kCantOpenTemporaryOutput);
   // Rows leave in whole blocks; an unbuffered stream makes every block one
@@ -273,21 +288,34 @@ int convert_and_complete(Run& run) {
   if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
   if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
   if (run.set.appending) {
-    // The final header is the step that completes an appended data set: a
-    // signal is seen either before it (the data set is restored) or after
-    // it (the run is complete and nothing is undone).
+    // The rows reach the disk before the header that counts them.
+    sync_fd(run.guard.fd);
+    // The final header and the journal's removal complete an appended data
+    // set: a signal is seen either before them (the data set is restored) or
+    // after them (the run is complete and nothing is undone).
     SignalBlock block;
     complete_header(run);
+    journal_commit(run.guard);
     guard_clear(run.guard);
+    // A data set this run created is on disk under its name once its
+    // directory is synced.
+    if (run.files.gottmp) sync_directory_of(run.set.outfile);
   } else {
     complete_header(run);
+    sync_file(run.files.outtmp);
     // The output name changes only here; with the signals held back, a signal
     // finds either the temporary file (removed, the old output untouched) or
-    // the finished output in its place (kept).
+    // the finished output in its place (kept). The rename replaces the old
+    // output in one step; the old output is removed first only when the
+    // rename alone cannot replace it.
     SignalBlock block;
-    std::remove(run.set.outfile);
-    std::rename(run.files.outtmp, run.set.outfile);
+    if (std::rename(run.files.outtmp, run.set.outfile) != 0) {
+      std::remove(run.set.outfile);
+      std::rename(run.files.outtmp, run.set.outfile);
+    }
     guard_clear(run.guard);
+    sync_directory_of(run.set.outfile);
+    journal_discard(run.set.outfile);
   }
   if (!run.set.quiet) {
     std::fprintf(run.io.out, "Command file:  %s\n", run.set.cfile);
