@@ -63,6 +63,7 @@ int finish_fatal(Run& run, const FatalError& fatal) {
     close_file(run.files.fout);
     close_file(run.rb.infp);
     if (run.files.gottmp && !run.set.appending) std::remove(run.files.outtmp);
+    settle_created_on_fatal(run);
     journal_drop(run.guard);  // an appended data set keeps its rows
     guard_clear(run.guard);
   }

@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <vector>
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
@@ -166,19 +168,36 @@ FILE* open_append_target(Run& run) {
   return target;
 }
 
-// An APPEND run whose data set does not exist makes it under its own name,
-// but never over a data set that another run made a moment earlier.
-FILE* create_exclusive(const char* name) {
-  const int fd = ::open(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (fd < 0) return nullptr;
-  FILE* f = ::fdopen(fd, "wb");
-  if (f == nullptr) {
-    const int saved = errno;
-    ::close(fd);
-    ::unlink(name);
-    errno = saved;
+void sync_file(const char* name);
+void append_created(Run& run, const char* aside);
+
+// An APPEND run that found no data set made it aside, under a temporary
+// name; it is whole now. It takes its name only if no other run has made a
+// data set of that name meanwhile (link never replaces a file); otherwise
+// this run's rows are appended to that one, under its lock and journal, as
+// if the data set had been there from the start.
+void put_created_in_place(Run& run) {
+  char aside[kPathSize];
+  g_strlcpy(aside, run.files.outtmp, kPathSize);
+  sync_file(aside);
+  {
+    SignalBlock block;
+    if (::link(aside, run.set.outfile) == 0) {
+      ::unlink(aside);
+      guard_clear(run.guard);
+      g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+    } else if (errno != EEXIST) {
+      // A file system without hard links: renamed, as a fresh output is.
+      std::rename(aside, run.set.outfile);
+      guard_clear(run.guard);
+      g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+    }
   }
-  return f;
+  if (std::strcmp(run.files.outtmp, run.set.outfile) == 0) {
+    sync_directory_of(run.set.outfile);
+    return;
+  }
+  append_created(run, aside);
 }
 
 // Syncs a finished file before it is renamed into place.
@@ -190,7 +209,75 @@ void sync_file(const char* name) {
   ::close(fd);
 }
 
+// The loser of two APPEND runs that both found no data set: its rows, made
+// aside in `aside`, go after the data set the other run made.
+void append_created(Run& run, const char* aside) {
+  const uint32_t rows = run.cnt.row;
+  g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+  FILE* target = nullptr;
+  try {
+    target = open_append_target(run);
+    if (target == nullptr) getout(kCantOpenTemporaryOutput);
+    validate_append_target(run, target);
+  } catch (const FatalError&) {
+    ::unlink(aside);
+    throw;
+  }
+  const uint64_t start = data_offset(static_cast<uint32_t>(run.vars.varout));
+  journal_cover(run.guard, start);
+  const int from = ::open(aside, O_RDONLY | O_CLOEXEC);
+  bool ok = from >= 0;
+  struct stat st;
+  ok = ok && ::fstat(run.guard.fd, &st) == 0;
+  // The variable block over the data set's own, then the rows at its end.
+  const off_t end = ok ? st.st_size : 0;
+  std::vector<char> chunk(1 << 20);
+  uint64_t at = 128;
+  while (ok) {
+    const ssize_t n = ::pread(from, chunk.data(), chunk.size(), static_cast<off_t>(at));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      ok = n == 0;
+      break;
+    }
+    uint64_t put = 0;
+    while (ok && put < static_cast<uint64_t>(n)) {
+      const uint64_t to =
+          at + put < start ? at + put : static_cast<uint64_t>(end) + (at + put - start);
+      const size_t span = static_cast<size_t>(
+          at + put < start ? std::min<uint64_t>(start - at - put, static_cast<uint64_t>(n) - put)
+                           : static_cast<uint64_t>(n) - put);
+      const ssize_t w = ::pwrite(run.guard.fd, chunk.data() + put, span, static_cast<off_t>(to));
+      if (w < 0 && errno == EINTR) continue;
+      if (w <= 0) ok = false;
+      if (w > 0) put += static_cast<uint64_t>(w);
+    }
+    at += static_cast<uint64_t>(n);
+  }
+  if (from >= 0) ::close(from);
+  ::unlink(aside);
+  if (!ok) getout("KOLV - Disk full - conversion incomplete\n");
+  run.cnt.row += rows;
+  sync_fd(run.guard.fd);
+  SignalBlock block;
+  complete_header(run);
+  journal_commit(run.guard);
+  guard_clear(run.guard);
+}
+
 }  // namespace
+
+void settle_created_on_fatal(Run& run) {
+  if (!run.set.appending || !run.files.gottmp ||
+      std::strcmp(run.files.outtmp, run.set.outfile) == 0)
+    return;
+  // What a fatal error leaves of a data set an APPEND run creates: the file as
+  // far as it got, under the data set's name, unless another run made one.
+  if (::link(run.files.outtmp, run.set.outfile) == 0 || errno == EEXIST)
+    ::unlink(run.files.outtmp);
+  else
+    std::rename(run.files.outtmp, run.set.outfile);
+}
 
 bool is_directory(FILE* f) {
   struct stat st;
@@ -207,41 +294,15 @@ void prepare_output(Run& run) {
       validate_append_target(run, target);
       return;
     }
-    {
-      SignalBlock block;
-      f = create_exclusive(files.outtmp);
-      if (f != nullptr) {
-        files.gottmp = 1;
-        guard_remove(run.guard, files.outtmp);
-      }
-    }
-    if (f == nullptr && errno == EEXIST) {
-      if (FILE* target = open_append_target(run)) {
-        validate_append_target(run, target);
-        return;
-      }
-    }
-    if (f != nullptr) {
-      // Later APPEND runs wait for this one, as they do for any other.
-      const int fd = ::dup(::fileno(f));
-      if (fd >= 0) {
-        lock_exclusive(fd);
-        SignalBlock block;
-        run.guard.fd = fd;
-      }
-    }
-  } else {
-    make_temporary_name(run);
+    if (errno != ENOENT) getout(kCantCreateTemporaryOutput);
   }
+  // A fresh output, or a data set an APPEND run did not find: made aside
+  // and put in place when complete.
+  make_temporary_name(run);
   if (f == nullptr) {
     SignalBlock block;
     f = std::fopen(files.outtmp, "wb");
-    if (f != nullptr) {
-      files.gottmp = 1;
-      // A data set an APPEND run makes under its own name did not exist
-      // before the run; a signal removes it, as it does a temporary output.
-      if (run.set.appending) guard_remove(run.guard, files.outtmp);
-    }
+    if (f != nullptr) files.gottmp = 1;
   }
   if (f == nullptr) getout(kCantCreateTemporaryOutput);
   static constexpr uint8_t kZeroHeader[128] = {};
@@ -287,7 +348,10 @@ int convert_and_complete(Run& run) {
   report_character_data(run);
   if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
   if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
-  if (run.set.appending) {
+  if (run.set.appending && std::strcmp(run.files.outtmp, run.set.outfile) != 0) {
+    complete_header(run);
+    put_created_in_place(run);
+  } else if (run.set.appending) {
     // The rows reach the disk before the header that counts them.
     sync_fd(run.guard.fd);
     // The final header and the journal's removal complete an appended data
@@ -297,9 +361,6 @@ int convert_and_complete(Run& run) {
     complete_header(run);
     journal_commit(run.guard);
     guard_clear(run.guard);
-    // A data set this run created is on disk under its name once its
-    // directory is synced.
-    if (run.files.gottmp) sync_directory_of(run.set.outfile);
   } else {
     complete_header(run);
     sync_file(run.files.outtmp);
