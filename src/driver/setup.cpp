@@ -27,6 +27,7 @@ namespace {
 constexpr char kCantOpenTemporaryOutput[] = "KOLV - Can't open temporary output file\n";
 constexpr char kCantCreateTemporaryOutput[] = "KOLV - Can't create temporary output file\n";
 constexpr char kCantWriteTypes1a[] = "KOLV - Can't write variable types to header (1a)\n";
+constexpr char kDiskFull[] = "KOLV - Disk full - conversion incomplete\n";
 
 // Printed when character data meet 2- or 4-byte elements under NOCHECK, and
 // after the loop when such data were found.
@@ -256,7 +257,7 @@ void append_created(Run& run, const char* aside) {
   }
   if (from >= 0) ::close(from);
   ::unlink(aside);
-  if (!ok) getout("KOLV - Disk full - conversion incomplete\n");
+  if (!ok) getout(kDiskFull);
   run.cnt.row += rows;
   sync_fd(run.guard.fd);
   SignalBlock block;
@@ -347,7 +348,7 @@ int convert_and_complete(Run& run) {
 
   report_character_data(run);
   if (status == 1) std::fputs("KOLV - Out of memory 2\n", run.io.out);
-  if (status == 2) std::fputs("KOLV - Disk full - conversion incomplete\n", run.io.out);
+  if (status == 2) std::fputs(kDiskFull, run.io.out);
   if (run.set.appending && std::strcmp(run.files.outtmp, run.set.outfile) != 0) {
     complete_header(run);
     put_created_in_place(run);
