@@ -401,6 +401,7 @@ struct Crashes {
   std::vector<State> states;
   std::vector<std::string> phases;  // the phase of each state
   size_t built = 0;                 // states built before duplicates were dropped
+  std::map<std::string, int> built_by_phase;
 };
 
 // Every crash state of every prefix of the recorded operations.
@@ -434,6 +435,7 @@ Crashes crash_states(const Recording& rec) {
         if (durable[i] || kept(i)) keep.push_back(i);
       State s = replay(rec, keep, torn, tear);
       ++out.built;
+      ++out.built_by_phase[p == 0 ? "before the run" : rec.ops[p - 1].phase];
       if (seen.insert(s).second) {
         out.states.push_back(std::move(s));
         out.phases.push_back(p == 0 ? "before the run" : rec.ops[p - 1].phase);
@@ -557,7 +559,9 @@ class CrashState : public ::testing::Test {
     for (const std::string& p : crashes.phases) ++by_phase[p];
     std::printf("[ crash states ] %s: %zu distinct states checked (%zu built)\n", what,
                 crashes.states.size(), crashes.built);
-    for (const auto& [phase, count] : by_phase) std::printf("  %s : %d\n", phase.c_str(), count);
+    std::printf("  phase of the crash : distinct states (states built)\n");
+    for (const auto& [phase, built] : crashes.built_by_phase)
+      std::printf("  %s : %d (%d)\n", phase.c_str(), by_phase[phase], built);
   }
 
   std::string strace_, root_, dir_;
@@ -651,6 +655,38 @@ TEST_F(CrashState, AnAppendRecoversToTheOldOrTheCompletedDataSet) {
   print_counts("APPEND", crashes);
   for (const auto& [what, count] : outcomes)
     std::printf("  recovered to the %s : %d\n", what.c_str(), count);
+}
+
+// An APPEND onto no data set: made aside, synced, linked into place, the
+// directory synced.
+TEST_F(CrashState, AnAppendCreatingItsDataSetLeavesNoneOrTheWholeOne) {
+  const std::string complete =
+      header(8, 12000, 3) + variable_block({"A", "B", "C"}) + rows_bytes(12000, 0);
+  ASSERT_TRUE(spit(dir_ + "/in.txt", rows_input(12000, 0)));
+  ASSERT_TRUE(spit(dir_ + "/run.cmd", "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  Recording rec;
+  bool linked = false;
+  record_run({}, "run.cmd", rec, [&](const Op& op, const std::string&) {
+    if (op.kind == Op::kLink && op.a == "out.dat") linked = true;
+    if (linked) return op.kind == Op::kSyncDir ? "directory synced" : "linked";
+    return op.kind == Op::kSyncFile ? "temporary file synced" : "temporary file written";
+  });
+  ASSERT_FALSE(HasFatalFailure());
+  ASSERT_TRUE(rec.final_names["out.dat"] == complete) << "the recorded run did not complete";
+  const Crashes crashes = crash_states(rec);
+  std::map<std::string, int> outcomes;
+  for (size_t i = 0; i < crashes.states.size(); ++i) {
+    const State& s = crashes.states[i];
+    const auto it = s.find("out.dat");
+    const bool none = it == s.end();
+    EXPECT_TRUE(none || it->second == complete)
+        << "state " << i << " (" << crashes.phases[i] << "): out.dat of " << it->second.size()
+        << " bytes";
+    ++outcomes[none ? "no data set" : "whole data set"];
+  }
+  print_counts("APPEND creating its data set", crashes);
+  for (const auto& [what, count] : outcomes)
+    std::printf("  out.dat : %s : %d\n", what.c_str(), count);
 }
 
 // A fresh conversion over an earlier data set: the temporary file is synced
