@@ -214,24 +214,29 @@ void sync_file(const char* name) {
 // aside in `aside`, go after the data set the other run made.
 void append_created(Run& run, const char* aside) {
   const uint32_t rows = run.cnt.row;
+  // Read through a descriptor from here on; the name goes at once, so that
+  // nothing of this run is left beside the data set whatever ends it.
+  const int from = ::open(aside, O_RDONLY | O_CLOEXEC);
+  ::unlink(aside);
   g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
-  FILE* target = nullptr;
+  FILE* target = open_append_target(run);
+  if (target == nullptr || from < 0) {
+    if (target != nullptr) std::fclose(target);
+    if (from >= 0) ::close(from);
+    getout(kCantOpenTemporaryOutput);
+  }
   try {
-    target = open_append_target(run);
-    if (target == nullptr) getout(kCantOpenTemporaryOutput);
     validate_append_target(run, target);
   } catch (const FatalError&) {
-    ::unlink(aside);
+    ::close(from);
     throw;
   }
   const uint64_t start = data_offset(static_cast<uint32_t>(run.vars.varout));
   journal_cover(run.guard, start);
-  const int from = ::open(aside, O_RDONLY | O_CLOEXEC);
-  bool ok = from >= 0;
   struct stat st;
-  ok = ok && ::fstat(run.guard.fd, &st) == 0;
+  bool ok = ::fstat(run.guard.fd, &st) == 0;
   // The variable block over the data set's own, then the rows at its end.
-  const off_t end = ok ? st.st_size : 0;
+  const uint64_t end = ok ? static_cast<uint64_t>(st.st_size) : 0;
   std::vector<char> chunk(1 << 20);
   uint64_t at = 128;
   while (ok) {
@@ -243,20 +248,20 @@ void append_created(Run& run, const char* aside) {
     }
     uint64_t put = 0;
     while (ok && put < static_cast<uint64_t>(n)) {
-      const uint64_t to =
-          at + put < start ? at + put : static_cast<uint64_t>(end) + (at + put - start);
-      const size_t span = static_cast<size_t>(
-          at + put < start ? std::min<uint64_t>(start - at - put, static_cast<uint64_t>(n) - put)
-                           : static_cast<uint64_t>(n) - put);
-      const ssize_t w = ::pwrite(run.guard.fd, chunk.data() + put, span, static_cast<off_t>(to));
+      const uint64_t here = at + put;
+      const uint64_t to = here < start ? here : end + (here - start);
+      const uint64_t span = here < start
+                                ? std::min<uint64_t>(start - here, static_cast<uint64_t>(n) - put)
+                                : static_cast<uint64_t>(n) - put;
+      const ssize_t w = ::pwrite(run.guard.fd, chunk.data() + put, static_cast<size_t>(span),
+                                 static_cast<off_t>(to));
       if (w < 0 && errno == EINTR) continue;
       if (w <= 0) ok = false;
       if (w > 0) put += static_cast<uint64_t>(w);
     }
     at += static_cast<uint64_t>(n);
   }
-  if (from >= 0) ::close(from);
-  ::unlink(aside);
+  ::close(from);
   if (!ok) getout(kDiskFull);
   run.cnt.row += rows;
   sync_fd(run.guard.fd);
