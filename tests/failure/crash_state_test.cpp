@@ -18,6 +18,9 @@
 // The states are counted by the phase of the run the crash falls in, and the
 // counts printed. Without strace the test skips, saying so; with
 // KOLV_REQUIRE_STRACE=1 (set by CI) it fails instead.
+//
+// Beside them, journals made by hand from their documented layout (hot,
+// damaged, stale) are met by kolv and kolvdump; those need no strace.
 #include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
@@ -39,6 +42,9 @@
 
 #ifndef KOLV_PROGRAM
 #error "KOLV_PROGRAM must name the kolv program"
+#endif
+#ifndef KOLVDUMP_PROGRAM
+#error "KOLVDUMP_PROGRAM must name the kolvdump program"
 #endif
 
 #include "dataset_bytes.hpp"
@@ -731,6 +737,152 @@ TEST_F(CrashState, AFreshOutputIsTheOldOrTheNewDataSet) {
   print_counts("fresh output", crashes);
   for (const auto& [what, count] : outcomes)
     std::printf("  out.dat holds the %s : %d\n", what.c_str(), count);
+}
+
+// ---- journals made by hand, from the documented layout ----
+
+// A journal of the data set `dataset` (its device and inode) saying it was
+// `length` bytes long and began with `saved`.
+std::string make_journal(const std::string& dataset, uint64_t length, const std::string& saved,
+                         int64_t inode_shift = 0) {
+  struct stat st;
+  if (::stat(dataset.c_str(), &st) != 0) return "";
+  std::string j = "KOLVJNL1";
+  auto put64 = [&](uint64_t v) {
+    for (int i = 0; i < 8; ++i) j.push_back(static_cast<char>(v >> (8 * i) & 0xFF));
+  };
+  put64(length);
+  put64(saved.size());
+  put64(static_cast<uint64_t>(st.st_dev));
+  put64(static_cast<uint64_t>(st.st_ino) + static_cast<uint64_t>(inode_shift));
+  uint64_t hash = 0xcbf29ce484222325ULL;
+  auto fnv = [&](const std::string& bytes) {
+    for (char c : bytes) {
+      hash ^= static_cast<unsigned char>(c);
+      hash *= 0x100000001b3ULL;
+    }
+  };
+  fnv(j);
+  fnv(saved);
+  put64(hash);
+  return j + saved;
+}
+
+class JournalByHand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string templ = "/tmp/kolv_journal_XXXXXX";
+    if (const char* tmp = std::getenv("TMPDIR"); tmp != nullptr && *tmp != '\0')
+      templ = std::string(tmp) + "/kolv_journal_XXXXXX";
+    std::vector<char> buffer(templ.begin(), templ.end());
+    buffer.push_back('\0');
+    ASSERT_NE(::mkdtemp(buffer.data()), nullptr);
+    root_ = buffer.data();
+    dir_ = root_ + "/d";
+    ASSERT_EQ(::mkdir(dir_.c_str(), 0777), 0);
+    // The old data set: three variables, 10 rows. The unfinished append
+    // over it: another header, 2 rows more.
+    old_ = header(8, 10, 3) + variable_block({"A", "B", "C"}) + rows_bytes(10, 0);
+    after_ =
+        header(8, 12, 3) + variable_block({"A", "B", "C"}) + rows_bytes(10, 0) + rows_bytes(2, 900);
+    ASSERT_TRUE(spit(dir_ + "/next.txt", rows_input(4, 50000)));
+    ASSERT_TRUE(spit(dir_ + "/next.cmd", "APPEND;\nINPUT next.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+    old_then_next_ = header(8, 14, 3) + variable_block({"A", "B", "C"}) + rows_bytes(10, 0) +
+                     rows_bytes(4, 50000);
+  }
+  void TearDown() override {
+    if (!root_.empty()) ::nftw(root_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+  }
+  std::string at(const std::string& name) const { return dir_ + "/" + name; }
+  Ran kolvdump(const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {KOLVDUMP_PROGRAM};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run_in(dir_, argv);
+  }
+
+  std::string root_, dir_, old_, after_, old_then_next_;
+};
+
+TEST_F(JournalByHand, AHotJournalIsShownReportedAndRolledBack) {
+  ASSERT_TRUE(spit(at("out.dat"), after_));
+  ASSERT_TRUE(spit(at("out.dat-journal"),
+                   make_journal(at("out.dat"), old_.size(), old_.substr(0, data_offset(3)))));
+  ASSERT_TRUE(spit(at("old.dat"), old_));
+  const Ran check = kolvdump({"--check", "out.dat"});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.out, "");
+  EXPECT_EQ(check.err,
+            "kolvdump: out.dat: an interrupted append is pending (out.dat-journal); the next kolv "
+            "APPEND onto it rolls it back\n");
+  const Ran view = kolvdump({"--csv", "out.dat"});
+  const Ran old_view = kolvdump({"--csv", "old.dat"});
+  EXPECT_EQ(view.status, 0) << view.err;
+  EXPECT_EQ(view.err,
+            "kolvdump: out.dat: an interrupted append is pending (out.dat-journal); shown as it "
+            "was before it\n");
+  EXPECT_EQ(old_view.status, 0);
+  EXPECT_EQ(view.out, old_view.out);
+  EXPECT_EQ(slurp(at("out.dat")), after_) << "kolvdump wrote";
+  EXPECT_TRUE(exists(at("out.dat-journal"))) << "kolvdump removed the journal";
+
+  const Ran next = run_in(dir_, {KOLV_PROGRAM, "next.cmd", "-noc"});
+  EXPECT_EQ(next.status, 0) << next.out;
+  EXPECT_EQ(next.out, "");
+  EXPECT_EQ(next.err, "KOLV - Interrupted append to " + at("out.dat") + " rolled back from " +
+                          at("out.dat-journal") + "\n");
+  EXPECT_TRUE(slurp(at("out.dat")) == old_then_next_);
+  EXPECT_FALSE(exists(at("out.dat-journal")));
+}
+
+TEST_F(JournalByHand, ADamagedJournalIsLeftAloneAndStopsTheAppend) {
+  ASSERT_TRUE(spit(at("out.dat"), after_));
+  std::string journal = make_journal(at("out.dat"), old_.size(), old_.substr(0, data_offset(3)));
+  journal[60] = static_cast<char>(journal[60] ^ 0x40);  // a saved byte changed
+  ASSERT_TRUE(spit(at("out.dat-journal"), journal));
+  const Ran next = run_in(dir_, {KOLV_PROGRAM, "next.cmd", "-noc"});
+  EXPECT_EQ(next.status, 255);
+  EXPECT_EQ(next.out, "KOLV - Journal " + at("out.dat-journal") +
+                          " fails its checksum: left alone, " + at("out.dat") +
+                          " not appended to\n");
+  EXPECT_EQ(next.err, "");
+  EXPECT_TRUE(slurp(at("out.dat")) == after_);
+  EXPECT_TRUE(slurp(at("out.dat-journal")) == journal);
+  const Ran check = kolvdump({"--check", "out.dat"});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err,
+            "kolvdump: out.dat: journal out.dat-journal fails its checksum: the data set may hold "
+            "an unfinished append\n");
+}
+
+TEST_F(JournalByHand, AStaleJournalIsRemovedAndIgnored) {
+  ASSERT_TRUE(spit(at("out.dat"), old_));
+  ASSERT_TRUE(
+      spit(at("out.dat-journal"), make_journal(at("out.dat"), 128, std::string(128, '\x55'), 1)));
+  ASSERT_TRUE(spit(at("out.dat-journal-new"), "a journal never finished"));
+  const Ran check = kolvdump({"--check", "out.dat"});
+  EXPECT_EQ(check.status, 0) << check.err;
+  EXPECT_EQ(check.err, "");
+  const Ran next = run_in(dir_, {KOLV_PROGRAM, "next.cmd", "-noc"});
+  EXPECT_EQ(next.status, 0) << next.out;
+  EXPECT_EQ(next.out, "");
+  EXPECT_EQ(next.err, "");
+  EXPECT_TRUE(slurp(at("out.dat")) == old_then_next_);
+  EXPECT_FALSE(exists(at("out.dat-journal")));
+  EXPECT_FALSE(exists(at("out.dat-journal-new")));
+}
+
+TEST_F(JournalByHand, AFreshConversionRemovesTheJournalWithTheOldDataSet) {
+  ASSERT_TRUE(spit(at("out.dat"), after_));
+  ASSERT_TRUE(spit(at("out.dat-journal"),
+                   make_journal(at("out.dat"), old_.size(), old_.substr(0, data_offset(3)))));
+  ASSERT_TRUE(spit(at("fresh.cmd"), "INPUT next.txt;\nOUTPUT out;\nINVAR a b c;\n"));
+  const Ran fresh = run_in(dir_, {KOLV_PROGRAM, "fresh.cmd", "-noc"});
+  EXPECT_EQ(fresh.status, 0) << fresh.out;
+  EXPECT_EQ(fresh.out, "");
+  EXPECT_EQ(fresh.err, "");
+  EXPECT_TRUE(slurp(at("out.dat")) ==
+              header(8, 4, 3) + variable_block({"A", "B", "C"}) + rows_bytes(4, 50000));
+  EXPECT_FALSE(exists(at("out.dat-journal")));
 }
 
 }  // namespace
