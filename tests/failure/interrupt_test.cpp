@@ -455,6 +455,9 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
                               signal_name(sig) + " after " + std::to_string(delay) + " us";
     EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{}) << where;
     EXPECT_EQ(slurp(scratch.at("run.stderr")), "") << where;
+    // The handler removes the journal after its rollback.
+    EXPECT_FALSE(exists(scratch.at("out.dat-journal"))) << where;
+    EXPECT_FALSE(exists(scratch.at("out.dat-journal-new"))) << where;
     const bool present = exists(scratch.at("out.dat"));
     const long long left = present ? file_size(scratch.at("out.dat")) : -1;
     const bool finished = present && file_equals(scratch.at("out.dat"), complete);
