@@ -87,6 +87,16 @@ bool write_file(const char* name, const unsigned char* head, const unsigned char
   return ok;
 }
 
+// Whether new files can be made in the directory of `path`: false only when
+// the directory refuses them (permissions, a read-only file system).
+bool can_create_beside(const char* path) {
+  std::string directory(path);
+  const size_t slash = directory.rfind('/');
+  directory = slash == std::string::npos ? "." : directory.substr(0, slash == 0 ? 1 : slash);
+  if (::access(directory.c_str(), W_OK | X_OK) == 0) return true;
+  return errno != EACCES && errno != EPERM && errno != EROFS;
+}
+
 bool remove_if_there(const std::string& name) {
   return ::unlink(name.c_str()) == 0;
 }
@@ -219,6 +229,12 @@ void journal_cover(InterruptGuard& guard, uint64_t end) {
   // journal is whole or absent, and a signal finds it recorded once it is
   // there.
   SignalBlock block;
+  if (guard.journal_written == 0 && !can_create_beside(guard.journal)) {
+    // A directory that refuses new files (the data set itself may be
+    // written): the append goes on as it always did, without a journal.
+    guard.journal[0] = '\0';
+    return;
+  }
   bool ok = write_file(fresh.c_str(), head, guard.saved_bytes, guard.saved_size) &&
             ::rename(fresh.c_str(), guard.journal) == 0;
   if (ok) {
