@@ -580,6 +580,11 @@ class CrashState : public ::testing::Test {
       std::printf("  %s : %d (%d)\n", phase.c_str(), by_phase[phase], built);
   }
 
+  // An APPEND of 12000 rows (three row blocks) with these OUTVAR statements
+  // to a data set of one variable and 100 rows, whose variable block the
+  // run's own goes over; every crash state recovered by the next APPEND.
+  void check_append(const std::string& outvar, const char* what);
+
   std::string strace_, root_, dir_;
 };
 
@@ -604,9 +609,7 @@ std::string rows_bytes(size_t rows, size_t first) {
   return bytes;
 }
 
-// An APPEND of 12000 rows (three row blocks) to a data set of one variable
-// and 100 rows, whose variable block the run's own goes over.
-TEST_F(CrashState, AnAppendRecoversToTheOldOrTheCompletedDataSet) {
+void CrashState::check_append(const std::string& outvar, const char* title) {
   std::string earlier = header(8, 100, 1) + variable_block({"X"});
   for (int i = 0; i < 100; ++i) append_double(earlier, 7.0);
   const std::vector<std::string> names = {"A", "B", "C"};
@@ -614,9 +617,8 @@ TEST_F(CrashState, AnAppendRecoversToTheOldOrTheCompletedDataSet) {
                                earlier.substr(data_offset(3)) + rows_bytes(12000, 0);
   ASSERT_TRUE(spit(dir_ + "/in.txt", rows_input(12000, 0)));
   ASSERT_TRUE(spit(dir_ + "/next.txt", rows_input(4, 50000)));
-  ASSERT_TRUE(spit(dir_ + "/run.cmd",
-                   "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n"
-                   "OUTVAR a b c;\n"));
+  ASSERT_TRUE(
+      spit(dir_ + "/run.cmd", "APPEND;\nINPUT in.txt;\nOUTPUT out;\nINVAR a b c;\n" + outvar));
   ASSERT_TRUE(spit(dir_ + "/next.cmd",
                    "APPEND;\nINPUT next.txt;\nOUTPUT out;\nINVAR a b c;\n"
                    "OUTVAR a b c;\n"));
@@ -668,9 +670,19 @@ TEST_F(CrashState, AnAppendRecoversToTheOldOrTheCompletedDataSet) {
     ++outcomes[old ? "old data set" : "completed data set"];
     if (HasFailure()) break;
   }
-  print_counts("APPEND", crashes);
+  print_counts(title, crashes);
   for (const auto& [what, count] : outcomes)
     std::printf("  recovered to the %s : %d\n", what.c_str(), count);
+}
+
+TEST_F(CrashState, AnAppendRecoversToTheOldOrTheCompletedDataSet) {
+  check_append("OUTVAR a b c;\n", "APPEND");
+}
+
+// Two OUTVAR statements, the second covering more of the old file than the
+// first: the journal is written again, larger, renamed over the first.
+TEST_F(CrashState, AnAppendWhoseJournalGrowsRecoversAsWell) {
+  check_append("OUTVAR a;\nOUTVAR a b c;\n", "APPEND, journal written twice");
 }
 
 // An APPEND onto no data set: made aside, synced, linked into place, the
