@@ -28,8 +28,8 @@ namespace kolv {
 // What a signal arriving now has to undo.
 enum class Undo : int {
   kNothing = 0,
-  kRemoveFile = 1,     // a file this run created: its temporary output, or
-                       // the data set an APPEND run created under its own name
+  kRemoveFile = 1,     // a file this run created: its temporary output (also
+                       // the data set an APPEND run makes aside when none exists)
   kRestoreAppend = 2,  // a data set being appended to
 };
 
