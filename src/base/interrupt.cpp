@@ -67,6 +67,11 @@ extern "C" void on_interrupt(int sig) {
         return ::pwrite(guard->fd, guard->saved_bytes + at, guard->saved_size - at,
                         static_cast<off_t>(at));
       });
+      // The journal goes only once the data set is back on disk.
+      if (guard->journal_written != 0) {
+        if (!guard->sync || ::fsync(guard->fd) == 0) ::unlink(guard->journal);
+        guard->journal_written = 0;
+      }
     }
   }
   // End by the same signal, with its usual action, once this handler returns

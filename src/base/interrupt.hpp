@@ -28,8 +28,8 @@ namespace kolv {
 // What a signal arriving now has to undo.
 enum class Undo : int {
   kNothing = 0,
-  kRemoveFile = 1,     // a file this run created: its temporary output, or
-                       // the data set an APPEND run created under its own name
+  kRemoveFile = 1,     // a file this run created: its temporary output (also
+                       // the data set an APPEND run makes aside when none exists)
   kRestoreAppend = 2,  // a data set being appended to
 };
 
@@ -49,6 +49,13 @@ struct InterruptGuard {
   std::vector<unsigned char> saved;
   const unsigned char* saved_bytes = nullptr;  // saved.data() as the handler reads it
   size_t saved_size = 0;
+  // The run's rollback journal (journal.hpp): its name, and whether it is
+  // on disk. A signal removes it after the rollback, which it syncs first
+  // when `sync` is set.
+  char journal[1040] = {};
+  volatile sig_atomic_t journal_written = 0;
+  size_t journal_size = 0;  // the saved bytes the written journal holds
+  bool sync = true;
 
   // Signal actions in force before arm_interrupts, restored by
   // disarm_interrupts. Only signals that were not ignored are handled.

@@ -7,6 +7,7 @@
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
+#include "base/journal.hpp"
 #include "command/messages.hpp"
 #include "command/names.hpp"
 #include "command/statement.hpp"
@@ -83,7 +84,7 @@ int scanoutvar(Run& run, Statement st) {
 
   // Appending, the block goes over the data set's own: its bytes are saved
   // first, so that a signal can put them back.
-  guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
+  journal_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   switch (write_variable_block(file.f, v.onames.data(), v.otypes.data(), v.varout)) {
     case VarBlockWrite::kNamesFailed:
       getout(kCantWriteNames2);

@@ -6,6 +6,7 @@
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
+#include "base/journal.hpp"
 #include "base/paths.hpp"
 #include "build_info.hpp"
 #include "command/passes.hpp"
@@ -60,6 +61,8 @@ int finish_fatal(Run& run, const FatalError& fatal) {
     close_file(run.files.fout);
     close_file(run.rb.infp);
     if (run.files.gottmp && !run.set.appending) std::remove(run.files.outtmp);
+    settle_created_on_fatal(run);
+    journal_drop(run.guard);  // an appended data set keeps its rows
     guard_clear(run.guard);
   }
   std::fputs(fatal.message.c_str(), run.io.out);

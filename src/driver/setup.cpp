@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -11,9 +12,11 @@
 #include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "base/fatal.hpp"
 #include "base/interrupt.hpp"
+#include "base/journal.hpp"
 #include "base/paths.hpp"
 #include "driver/messages.hpp"
 #include "driver/plan.hpp"
@@ -91,7 +94,7 @@ void write_all_variables_block(Run& run) {
   Variables& v = run.vars;
   run.lay.allout = 1;
   v.varout = v.varin;
-  guard_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
+  journal_cover(run.guard, data_offset(static_cast<uint32_t>(v.varout)));
   FILE* f = std::fopen(run.files.outtmp, "r+b");
   if (f == nullptr) getout(kCantOpenTemporaryFile760);
   VarBlockWrite written = write_variable_block(f, v.inames.data(), v.itypes.data(), v.varout);
@@ -165,28 +168,130 @@ FILE* open_append_target(Run& run) {
   const int fd = ::dup(::fileno(target));
   if (fd >= 0) {
     lock_exclusive(fd);
+    // An append that never reached its end is undone before anything is read.
+    recover_journal(run.files.outtmp, fd, run.io.err);
     struct stat st;
     guard_restore(run.guard, fd, ::fstat(fd, &st) == 0 ? st.st_size : 0);
+    journal_attach(run.guard, run.files.outtmp);
   }
   return target;
 }
 
-// An APPEND run whose data set does not exist makes it under its own name,
-// but never over a data set that another run made a moment earlier.
-FILE* create_exclusive(const char* name) {
-  const int fd = ::open(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (fd < 0) return nullptr;
-  FILE* f = ::fdopen(fd, "wb");
-  if (f == nullptr) {
-    const int saved = errno;
-    ::close(fd);
-    ::unlink(name);
-    errno = saved;
+void sync_file(const char* name);
+void append_created(Run& run, const char* aside);
+
+// An APPEND run that found no data set made it aside, under a temporary
+// name; it is whole now. It takes its name only if no other run has made a
+// data set of that name meanwhile (link never replaces a file); otherwise
+// this run's rows are appended to that one, under its lock and journal, as
+// if the data set had been there from the start.
+void put_created_in_place(Run& run) {
+  char aside[kPathSize];
+  g_strlcpy(aside, run.files.outtmp, kPathSize);
+  sync_file(aside);
+  {
+    SignalBlock block;
+    if (::link(aside, run.set.outfile) == 0) {
+      ::unlink(aside);
+      guard_clear(run.guard);
+      g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+    } else if (errno != EEXIST) {
+      // A file system without hard links: renamed, as a fresh output is.
+      std::rename(aside, run.set.outfile);
+      guard_clear(run.guard);
+      g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+    }
   }
-  return f;
+  if (std::strcmp(run.files.outtmp, run.set.outfile) == 0) {
+    sync_directory_of(run.set.outfile);
+    return;
+  }
+  append_created(run, aside);
+}
+
+// Syncs a finished file before it is renamed into place.
+void sync_file(const char* name) {
+  if (!sync_wanted()) return;
+  const int fd = ::open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  sync_fd(fd);
+  ::close(fd);
+}
+
+// The loser of two APPEND runs that both found no data set: its rows, made
+// aside in `aside`, go after the data set the other run made.
+void append_created(Run& run, const char* aside) {
+  const uint32_t rows = run.cnt.row;
+  // Read through a descriptor from here on; the name goes at once, so that
+  // nothing of this run is left beside the data set whatever ends it.
+  const int from = ::open(aside, O_RDONLY | O_CLOEXEC);
+  ::unlink(aside);
+  g_strlcpy(run.files.outtmp, run.set.outfile, kPathSize);
+  FILE* target = open_append_target(run);
+  if (target == nullptr || from < 0) {
+    if (target != nullptr) std::fclose(target);
+    if (from >= 0) ::close(from);
+    getout(kCantOpenTemporaryOutput);
+  }
+  try {
+    validate_append_target(run, target);
+  } catch (const FatalError&) {
+    ::close(from);
+    throw;
+  }
+  const uint64_t start = data_offset(static_cast<uint32_t>(run.vars.varout));
+  journal_cover(run.guard, start);
+  struct stat st;
+  bool ok = ::fstat(run.guard.fd, &st) == 0;
+  // The variable block over the data set's own, then the rows at its end.
+  const uint64_t end = ok ? static_cast<uint64_t>(st.st_size) : 0;
+  std::vector<char> chunk(1 << 20);
+  uint64_t at = 128;
+  while (ok) {
+    const ssize_t n = ::pread(from, chunk.data(), chunk.size(), static_cast<off_t>(at));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      ok = n == 0;
+      break;
+    }
+    uint64_t put = 0;
+    while (ok && put < static_cast<uint64_t>(n)) {
+      const uint64_t here = at + put;
+      const uint64_t to = here < start ? here : end + (here - start);
+      const uint64_t span = here < start
+                                ? std::min<uint64_t>(start - here, static_cast<uint64_t>(n) - put)
+                                : static_cast<uint64_t>(n) - put;
+      const ssize_t w = ::pwrite(run.guard.fd, chunk.data() + put, static_cast<size_t>(span),
+                                 static_cast<off_t>(to));
+      if (w < 0 && errno == EINTR) continue;
+      if (w <= 0) ok = false;
+      if (w > 0) put += static_cast<uint64_t>(w);
+    }
+    at += static_cast<uint64_t>(n);
+  }
+  ::close(from);
+  if (!ok) getout(kDiskFull);
+  run.cnt.row += rows;
+  sync_fd(run.guard.fd);
+  SignalBlock block;
+  complete_header(run);
+  journal_commit(run.guard);
+  guard_clear(run.guard);
 }
 
 }  // namespace
+
+void settle_created_on_fatal(Run& run) {
+  if (!run.set.appending || !run.files.gottmp ||
+      std::strcmp(run.files.outtmp, run.set.outfile) == 0)
+    return;
+  // What a fatal error leaves of a data set an APPEND run creates: the file as
+  // far as it got, under the data set's name, unless another run made one.
+  if (::link(run.files.outtmp, run.set.outfile) == 0 || errno == EEXIST)
+    ::unlink(run.files.outtmp);
+  else
+    std::rename(run.files.outtmp, run.set.outfile);
+}
 
 bool is_directory(FILE* f) {
   struct stat st;
@@ -203,41 +308,15 @@ void prepare_output(Run& run) {
       validate_append_target(run, target);
       return;
     }
-    {
-      SignalBlock block;
-      f = create_exclusive(files.outtmp);
-      if (f != nullptr) {
-        files.gottmp = 1;
-        guard_remove(run.guard, files.outtmp);
-      }
-    }
-    if (f == nullptr && errno == EEXIST) {
-      if (FILE* target = open_append_target(run)) {
-        validate_append_target(run, target);
-        return;
-      }
-    }
-    if (f != nullptr) {
-      // Later APPEND runs wait for this one, as they do for any other.
-      const int fd = ::dup(::fileno(f));
-      if (fd >= 0) {
-        lock_exclusive(fd);
-        SignalBlock block;
-        run.guard.fd = fd;
-      }
-    }
-  } else {
-    make_temporary_name(run);
+    if (errno != ENOENT) getout(kCantCreateTemporaryOutput);
   }
+  // A fresh output, or a data set an APPEND run did not find: made aside
+  // and put in place when complete.
+  make_temporary_name(run);
   if (f == nullptr) {
     SignalBlock block;
     f = std::fopen(files.outtmp, "wb");
-    if (f != nullptr) {
-      files.gottmp = 1;
-      // A data set an APPEND run makes under its own name did not exist
-      // before the run; a signal removes it, as it does a temporary output.
-      if (run.set.appending) guard_remove(run.guard, files.outtmp);
-    }
+    if (f != nullptr) files.gottmp = 1;
   }
   if (f == nullptr) getout(kCantCreateTemporaryOutput);
   static constexpr uint8_t kZeroHeader[128] = {};
@@ -267,6 +346,8 @@ int convert_and_complete(Run& run) {
   } catch (const std::bad_alloc&) {
     getout(kInsufficientMemory2);
   }
+  // An appended data set changes from here on only under its journal.
+  if (run.set.appending) journal_cover(run.guard, 128);
   run.files.fout = std::fopen(run.files.outtmp, "ab");
   if (run.files.fout == nullptr) getout(kCantOpenTemporaryOutput);
   // Rows leave in whole blocks; an unbuffered stream makes every block one
@@ -285,22 +366,35 @@ int convert_and_complete(Run& run) {
   report_character_data(run);
   if (status == kLoopNoMemory) std::fputs(kOutOfMemory2, run.io.out);
   if (status == kLoopWriteFailed) std::fputs(kDiskFull, run.io.out);
-  if (run.set.appending) {
-    // The final header is the step that completes an appended data set: a
-    // signal is seen either before it (the data set is restored) or after
-    // it (the run is complete and nothing is undone).
+  if (run.set.appending && std::strcmp(run.files.outtmp, run.set.outfile) != 0) {
+    complete_header(run);
+    put_created_in_place(run);
+  } else if (run.set.appending) {
+    // The rows reach the disk before the header that counts them.
+    sync_fd(run.guard.fd);
+    // The final header and the journal's removal complete an appended data
+    // set: a signal is seen either before them (the data set is restored) or
+    // after them (the run is complete and nothing is undone).
     SignalBlock block;
     complete_header(run);
+    journal_commit(run.guard);
     guard_clear(run.guard);
   } else {
     complete_header(run);
+    sync_file(run.files.outtmp);
     // The output name changes only here; with the signals held back, a signal
     // finds either the temporary file (removed, the old output untouched) or
-    // the finished output in its place (kept).
+    // the finished output in its place (kept). The rename replaces the old
+    // output in one step; the old output is removed first only when the
+    // rename alone cannot replace it.
     SignalBlock block;
-    std::remove(run.set.outfile);
-    std::rename(run.files.outtmp, run.set.outfile);
+    if (std::rename(run.files.outtmp, run.set.outfile) != 0) {
+      std::remove(run.set.outfile);
+      std::rename(run.files.outtmp, run.set.outfile);
+    }
     guard_clear(run.guard);
+    sync_directory_of(run.set.outfile);
+    journal_discard(run.set.outfile);
   }
   if (!run.set.quiet) {
     std::fprintf(run.io.out, kSummary, run.set.cfile, run.set.infile, run.set.outfile);

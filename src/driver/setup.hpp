@@ -15,6 +15,10 @@ bool is_directory(FILE* f);
 // output with a zero header.
 void prepare_output(Run& run);
 
+// A fatal error in an APPEND run that found no data set: the file it made
+// aside takes the data set's name, as far as it got (signals blocked).
+void settle_created_on_fatal(Run& run);
+
 // Writes the variable block, settles the element type, opens the input, runs
 // the row loop, reports, completes the header and puts the file in place.
 // Returns the exit status (0).

@@ -569,6 +569,24 @@ TEST_F(AppendTarget, ReadOnlyForAnUnprivilegedUser) {
   EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{});
 }
 
+// A data set that may be written in a directory that may not: no journal
+// can be made beside it, and the APPEND goes on without one, as it always
+// did (status 0, the rows appended, nothing else created).
+TEST_F(AppendTarget, WritableDataSetInAReadOnlyDirectory) {
+  ASSERT_EQ(mkdir(scratch.at("ro").c_str(), 0777), 0);
+  const std::string old = finished_data_set(2);
+  spit(scratch.at("ro/out.dat"), old);
+  ASSERT_EQ(chmod(scratch.at("ro/out.dat").c_str(), 0666), 0);
+  ASSERT_EQ(chmod(scratch.at("ro").c_str(), 0555), 0);
+  Result r = run("APPEND;\nINPUT in.txt;\nOUTPUT ro/out;\nINVAR x;\n", {-1, true});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(read_file(scratch.at("ro/out.dat")),
+            header(8, 5, 1) + one_variable_block() + doubles(7.0, 2) + doubles(1.0, 3));
+  EXPECT_FALSE(file_exists(scratch.at("ro/out.dat-journal")));
+}
+
 // Root opens a read-only file for update all the same: the rows are appended
 // and the file keeps its mode.
 TEST_F(AppendTarget, ReadOnlyForRoot) {

@@ -416,6 +416,9 @@ TEST_P(KillTest, EverySignalAtAnyMomentLeavesTheOldBytesOrTheFinishedRun) {
                               signal_name(sig) + " after " + std::to_string(delay) + " us";
     EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{}) << where;
     EXPECT_EQ(read_file(scratch.at("run.stderr")), "") << where;
+    // The handler removes the journal after its rollback.
+    EXPECT_FALSE(file_exists(scratch.at("out.dat-journal"))) << where;
+    EXPECT_FALSE(file_exists(scratch.at("out.dat-journal-new"))) << where;
     const bool present = file_exists(scratch.at("out.dat"));
     const long long left = present ? file_size(scratch.at("out.dat")) : -1;
     const bool finished = present && file_equals(scratch.at("out.dat"), complete);
@@ -639,5 +642,286 @@ TEST(ConcurrentAppend, ARunWaitsForTheLockAndASignalWhileWaitingChangesNothing) 
                                earlier.substr(data_offset(3)) + delimited_rows(1000);
   EXPECT_TRUE(read_file(scratch.at("out.dat")) == expected);
 }
+
+// Two APPEND runs onto a data set that does not exist yet: each makes it
+// aside; the first to put it in place wins and the other appends its rows to
+// it, so both runs' rows land whole, in one order or the other.
+TEST(ConcurrentAppend, TwoRunsOntoNoDataSetBothLand) {
+  Scratch scratch;
+  constexpr size_t kRows = 20000;
+  std::string rows[2];
+  for (int r = 0; r < 2; ++r) {
+    std::string text;
+    char line[32];
+    for (size_t i = 0; i < kRows; ++i) {
+      const int n = std::snprintf(line, sizeof line, "%d %zu\n", r + 1, i);
+      text.append(line, static_cast<size_t>(n));
+      append_double(rows[r], r + 1.0);
+      append_double(rows[r], static_cast<double>(i));
+    }
+    const std::string n = std::to_string(r + 1);
+    ASSERT_TRUE(write_file(scratch.at("in" + n + ".txt"), text));
+    ASSERT_TRUE(write_file(scratch.at("run" + n + ".cmd"),
+                           "APPEND;\nINPUT in" + n + ".txt;\nOUTPUT out;\nINVAR id seq;\n"));
+  }
+  const std::string head = header(8, 2 * kRows, 2) + variable_block({"ID", "SEQ"});
+  const std::string one_then_two = head + rows[0] + rows[1];
+  const std::string two_then_one = head + rows[1] + rows[0];
+  int first[2] = {0, 0};
+  for (int round = 0; round < 20; ++round) {
+    ::unlink(scratch.at("out.dat").c_str());
+    const pid_t a = start_kolv(scratch, "run1.cmd", "run1");
+    const pid_t b = start_kolv(scratch, "run2.cmd", "run2");
+    const Ending ea = wait_for(a);
+    const Ending eb = wait_for(b);
+    EXPECT_EQ(ea.status, 0) << "round " << round;
+    EXPECT_EQ(eb.status, 0) << "round " << round;
+    for (const char* tag : {"run1", "run2"}) {
+      EXPECT_EQ(read_file(scratch.at(std::string(tag) + ".stdout")), "") << "round " << round;
+      EXPECT_EQ(read_file(scratch.at(std::string(tag) + ".stderr")), "") << "round " << round;
+    }
+    EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{}) << "round " << round;
+    EXPECT_FALSE(file_exists(scratch.at("out.dat-journal"))) << "round " << round;
+    const std::string ds = read_file(scratch.at("out.dat"));
+    ASSERT_TRUE(ds == one_then_two || ds == two_then_one)
+        << "round " << round << ": " << ds.size() << " bytes, header rows " << get32(ds, 80);
+    ++first[ds == one_then_two ? 0 : 1];
+  }
+  std::printf(
+      "[ creation ] 20 rounds of two APPENDs onto no data set: run 1 first %d, run 2 "
+      "first %d, every round both runs' rows whole\n",
+      first[0], first[1]);
+}
+
+// ---- SIGKILL: what no handler sees ----
+//
+// APPEND runs (delimited and packed) killed with SIGKILL at random moments
+// (seeded), each followed by a second program that must find the data set as
+// it was before the killed run or as the killed run would have completed it:
+// either `kolvdump --check` (a pending journal is reported, exit 1, and the
+// test rolls the journal back by its documented layout and must get the old
+// bytes), or another APPEND, which must roll back a hot journal, say so in
+// one line on standard error, and leave the old or the completed data set
+// with its own rows after it.
+
+// The data set as the journal beside it says it was: its old length and its
+// first bytes (the journal's layout: "KOLVJNL1", the old length, the count of
+// saved bytes, the device and inode, a checksum, then the saved bytes).
+std::string rolled_back(const std::string& data, const std::string& journal) {
+  if (journal.size() < 48 || journal.compare(0, 8, "KOLVJNL1") != 0) return "bad journal";
+  auto get64 = [&](size_t at) {
+    uint64_t v = 0;
+    for (size_t i = 8; i-- > 0;) v = v << 8 | static_cast<unsigned char>(journal[at + i]);
+    return v;
+  };
+  const uint64_t length = get64(8);
+  const uint64_t saved = get64(16);
+  if (saved != journal.size() - 48 || length < saved || length > data.size()) return "bad journal";
+  std::string old = data.substr(0, length);
+  old.replace(0, saved, journal.substr(48));
+  return old;
+}
+
+struct KillTally {
+  std::map<std::string, int> counts;  // "scenario | phase | follow-up" -> kills
+  int kills = 0;
+};
+
+KillTally& kill_tally() {
+  static KillTally t;
+  return t;
+}
+
+class SigkillTest : public ::testing::TestWithParam<Scenario> {};
+
+TEST_P(SigkillTest, AKilledAppendLeavesTheOldOrTheCompletedDataSet) {
+  const Scenario& s = GetParam();
+  Scratch scratch;
+  const std::string earlier = earlier_data_set();
+  const std::vector<std::string> names =
+      s.packed ? std::vector<std::string>{"A", "B"} : std::vector<std::string>{"A", "B", "C"};
+  const uint32_t columns = static_cast<uint32_t>(names.size());
+  ASSERT_TRUE(
+      write_file(scratch.at("run.cmd"), std::string("APPEND;\nINPUT in.txt;\nOUTPUT out;\n") +
+                                            (s.packed ? "INVAR RECORD = 21 (1,10) A (11,10) B;\n"
+                                                      : "INVAR a b c;\nOUTVAR a b c;\n")));
+  ASSERT_TRUE(
+      write_file(scratch.at("next.cmd"), std::string("APPEND;\nINPUT next.txt;\nOUTPUT out;\n") +
+                                             (s.packed ? "INVAR RECORD = 21 (1,10) A (11,10) B;\n"
+                                                       : "INVAR a b c;\nOUTVAR a b c;\n")));
+  ASSERT_TRUE(write_file(scratch.at("next.txt"), s.packed ? packed_input(5) : delimited_input(5)));
+  const std::string next_rows = s.packed ? packed_rows(5) : delimited_rows(5);
+  const std::string journal = scratch.at("out.dat-journal");
+
+  size_t rows = 0;
+  std::string complete;
+  auto make_input = [&](size_t count) {
+    rows = count;
+    ASSERT_TRUE(
+        write_file(scratch.at("in.txt"), s.packed ? packed_input(rows) : delimited_input(rows)));
+    complete = header(8, 100 + static_cast<uint32_t>(rows), columns) + variable_block(names) +
+               earlier.substr(data_offset(columns)) +
+               (s.packed ? packed_rows(rows) : delimited_rows(rows));
+  };
+  auto full_run = [&]() {
+    EXPECT_TRUE(write_file(scratch.at("out.dat"), earlier));
+    const auto t0 = std::chrono::steady_clock::now();
+    const Ending end = wait_for(start_kolv(scratch, "run.cmd", "run"));
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    EXPECT_EQ(end.status, 0);
+    EXPECT_TRUE(file_equals(scratch.at("out.dat"), complete)) << "a full run left other bytes";
+    EXPECT_FALSE(file_exists(journal)) << "a full run left its journal";
+    return seconds;
+  };
+  // About 80 ms of work, so that 110 kills and their checks take seconds.
+  make_input(400000);
+  double seconds = full_run();
+  if (seconds < 0.05 || seconds > 0.12) {
+    make_input(std::clamp<size_t>(static_cast<size_t>(static_cast<double>(rows) * 0.08 / seconds),
+                                  5000, 2000000));
+    seconds = full_run();
+  }
+  ASSERT_FALSE(HasFailure());
+  const long long span_us = static_cast<long long>(seconds * 0.9e6) + 1000;
+  // What each follow-up APPEND leaves: the old or the completed data set,
+  // with its own five rows after it.
+  auto after_next = [&](const std::string& base, uint32_t base_rows) {
+    return header(8, base_rows + 5, columns) + variable_block(names) +
+           base.substr(data_offset(columns)) + next_rows;
+  };
+  const std::string earlier_then_next = after_next(earlier, 100);
+  const std::string complete_then_next = after_next(complete, 100 + static_cast<uint32_t>(rows));
+  const std::string pending_line = "kolvdump: " + scratch.at("out.dat") +
+                                   ": an interrupted append is pending (" + journal +
+                                   "); the next kolv APPEND onto it rolls it back\n";
+
+  const std::string claims_line =
+      "kolvdump: header claims " + std::to_string(100 + rows) + " rows but the file holds " +
+      std::to_string((complete.size() - data_offset(columns)) / (8 * columns)) + "\n";
+
+  uint64_t seed = s.seed;
+  if (const char* env = std::getenv("KOLV_KILL_SEED")) seed ^= std::strtoull(env, nullptr, 0);
+  std::mt19937_64 rng(seed);
+  std::printf("[ sigkill test ] %s: %zu rows, full run %.0f ms, seed %llu\n", s.name, rows,
+              seconds * 1000, static_cast<unsigned long long>(seed));
+  KillTally& tally = kill_tally();
+  constexpr int kKills = 110;
+  for (int k = 0; k < kKills; ++k) {
+    ::unlink(journal.c_str());
+    ASSERT_TRUE(write_file(scratch.at("out.dat"), earlier));
+    // Half anywhere, a quarter in the first milliseconds (the lock, the
+    // journal, the variable block), a quarter near the end (the last rows,
+    // the syncs, the header, the journal's removal).
+    long long delay = 0;
+    switch (rng() % 4) {
+      case 0:
+        delay = static_cast<long long>(rng() % 8000);
+        break;
+      case 1:
+        delay =
+            span_us * 3 / 4 + static_cast<long long>(rng() % static_cast<uint64_t>(span_us / 4));
+        break;
+      default:
+        delay = static_cast<long long>(rng() % static_cast<uint64_t>(span_us));
+        break;
+    }
+    const pid_t child = start_kolv(scratch, "run.cmd", "run");
+    ASSERT_GT(child, 0);
+    sleep_us(delay);
+    ::kill(child, SIGKILL);
+    const Ending end = wait_for(child);
+    std::string where = std::string(s.name) + ", kill " + std::to_string(k) + " after " +
+                        std::to_string(delay) + " us";
+
+    // The phase the kill met, from what it left.
+    const std::string left = read_file(scratch.at("out.dat"));
+    const bool hot = file_exists(journal);
+    std::string phase;
+    if (end.status == 0) {
+      phase = "exited before the kill";
+    } else if (!hot) {
+      phase = left == earlier ? "before the journal" : left == complete ? "after the commit" : "?";
+    } else if (left.size() <= earlier.size()) {
+      phase = "journal written, rows not begun";
+    } else if (get32(left, 80) == 100) {
+      phase = "rows being appended";
+    } else {
+      phase = "header written, journal not yet removed";
+    }
+    EXPECT_NE(phase, "?") << where << ": no journal and " << left.size() << " bytes";
+    EXPECT_EQ(scratch.temporaries(), std::vector<std::string>{}) << where;
+    where += " (" + phase + ")";
+
+    std::string follow;
+    if (k % 2 == 0) {
+      follow = "kolvdump --check";
+      const std::string out = scratch.at("check.out");
+      const std::string err = scratch.at("check.err");
+      const std::string command = std::string("'") + KOLVDUMP_PROGRAM + "' --check '" +
+                                  scratch.at("out.dat") + "' >'" + out + "' 2>'" + err + "'";
+      const int status = std::system(command.c_str());
+      const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      if (hot) {
+        EXPECT_EQ(code, 1) << where;
+        EXPECT_EQ(read_file(err), pending_line) << where;
+        EXPECT_TRUE(rolled_back(left, read_file(journal)) == earlier)
+            << where << ": the journal does not give back the old data set";
+      } else if (left == earlier) {
+        EXPECT_EQ(code, 0) << where << ": " << read_file(err);
+        EXPECT_EQ(read_file(err), "") << where;
+      } else {
+        // The completed run's variable block went over the earlier rows'
+        // first bytes: its header counts more whole rows than follow it,
+        // as after any APPEND of other variables.
+        EXPECT_TRUE(left == complete) << where;
+        EXPECT_EQ(code, 1) << where;
+        EXPECT_EQ(read_file(err), claims_line) << where;
+      }
+      EXPECT_EQ(read_file(out), "") << where;
+    } else {
+      follow = "APPEND";
+      const Ending next = wait_for(start_kolv(scratch, "next.cmd", "next"));
+      EXPECT_EQ(next.status, 0) << where;
+      EXPECT_EQ(read_file(scratch.at("next.stdout")), "") << where;
+      const std::string said = read_file(scratch.at("next.stderr"));
+      const std::string rolled = "KOLV - Interrupted append to " + scratch.at("out.dat") +
+                                 " rolled back from " + journal + "\n";
+      EXPECT_EQ(said, hot ? rolled : std::string()) << where;
+      const std::string now = read_file(scratch.at("out.dat"));
+      EXPECT_TRUE(now == earlier_then_next || (!hot && now == complete_then_next))
+          << where << ": " << phase << ", " << now.size() << " bytes after the next APPEND";
+      EXPECT_FALSE(file_exists(journal)) << where;
+      EXPECT_FALSE(file_exists(journal + "-new")) << where;
+    }
+    ++tally.counts[std::string(s.name) + " | " + phase + " | " + follow];
+    ++tally.kills;
+    if (HasFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Appends, SigkillTest,
+    ::testing::Values(Scenario{"append-delimited", false, Before::kDataSet, true, 0x6b696c6c01},
+                      Scenario{"append-packed", true, Before::kDataSet, true, 0x6b696c6c02}),
+    [](const ::testing::TestParamInfo<Scenario>& param) {
+      std::string name = param.param.name;
+      for (char& c : name)
+        if (c == '-') c = '_';
+      return name;
+    });
+
+class KillTallyPrinter : public ::testing::Environment {
+ public:
+  void TearDown() override {
+    const KillTally& t = kill_tally();
+    if (t.kills == 0) return;
+    std::printf("[ sigkill test ] %d kills: scenario | phase | follow-up : count\n", t.kills);
+    for (const auto& [key, count] : t.counts) std::printf("  %s : %d\n", key.c_str(), count);
+  }
+};
+
+const ::testing::Environment* const kKillTallyPrinter =
+    ::testing::AddGlobalTestEnvironment(new KillTallyPrinter);
 
 }  // namespace

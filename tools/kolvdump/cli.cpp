@@ -1,6 +1,7 @@
 #include "cli.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +9,9 @@
 #include <cstring>
 #include <memory>
 
+#include "base/journal.hpp"
 #include "base/paths.hpp"
+#include "journal_view.hpp"
 #include "npy.hpp"
 #include "output.hpp"
 #include "render.hpp"
@@ -38,7 +41,8 @@ constexpr const char* kHelp =
     "  --ascii            the summary's histograms in ASCII (the default where the\n"
     "                     locale is not UTF-8)\n"
     "  --check            read nothing out: exit 0 when FILE is a finished data set\n"
-    "                     whose size agrees with its header, else 1 and one line why\n"
+    "                     whose size agrees with its header and no append is\n"
+    "                     pending in its journal, else 1 and one line why\n"
     "\n"
     "Which rows and columns:\n"
     "  --columns LIST     these columns in this order: variable names (any case)\n"
@@ -481,6 +485,43 @@ int dump(FILE* in, const std::string& name, const Options& o, FILE* out, FILE* e
   }
 }
 
+// A journal beside the data set: an append that has not finished (still
+// running, or stopped by a kill or a crash). The data set is shown as the
+// journal says it was before that append; --check reports it pending.
+int dump_through_journal(FILE* in, const std::string& path, const Options& o, FILE* out,
+                         FILE* err) {
+  kolv::JournalImage image;
+  const std::string journal = kolv::journal_path(path.c_str());
+  switch (kolv::read_journal(path.c_str(), ::fileno(in), image)) {
+    case kolv::JournalState::kNone:
+      return dump(in, path, o, out, err);
+    case kolv::JournalState::kDamaged:
+      say(err, "%s: journal %s fails its checksum: the data set may hold an unfinished append",
+          path.c_str(), journal.c_str());
+      if (o.mode == Mode::kCheck) return kExitRowMismatch;
+      return dump(in, path, o, out, err);
+    case kolv::JournalState::kHot:
+      break;
+  }
+  if (o.mode == Mode::kCheck) {
+    say(err,
+        "%s: an interrupted append is pending (%s); the next kolv APPEND onto it rolls it back",
+        path.c_str(), journal.c_str());
+    return kExitRowMismatch;
+  }
+  FILE* view = open_journal_view(in, image);
+  if (view == nullptr) {
+    say(err, "%s: an interrupted append is pending (%s) and cannot be read around", path.c_str(),
+        journal.c_str());
+    return kExitNotDataSet;
+  }
+  say(err, "%s: an interrupted append is pending (%s); shown as it was before it", path.c_str(),
+      journal.c_str());
+  const int status = dump(view, path, o, out, err);
+  std::fclose(view);
+  return status;
+}
+
 namespace {
 
 // The options taken together, after each was read: false after saying what
@@ -526,7 +567,7 @@ int open_and_dump(const std::string& file, const Options& o, FILE* out, FILE* er
     say(err, "cannot open %s: %s", path.c_str(), std::strerror(errno));
     return o.mode == Mode::kCheck ? kExitRowMismatch : kExitNotDataSet;
   }
-  int status = dump(in, path, o, out, err);
+  int status = dump_through_journal(in, path, o, out, err);
   std::fclose(in);
   return status;
 }
