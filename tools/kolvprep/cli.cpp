@@ -202,8 +202,22 @@ int run_prepare(const std::string& file, std::string name, bool force, bool full
       ++dated;
   }
   std::string r = file + ": " + layout_summary(d) + "\n";
-  r += std::to_string(d.data_lines) + " data lines" + (d.whole_file ? "" : " in the sample") +
-       "; " + std::to_string(d.columns.size()) + " columns: " + std::to_string(numeric) +
+  // Which choices were guessed and which given.
+  std::string guessed, chosen;
+  auto choice = [&](bool given_here, const std::string& what) {
+    std::string& list = given_here ? chosen : guessed;
+    list += (list.empty() ? "" : ", ") + what;
+  };
+  choice(d.layout_given, d.layout == Layout::kFixed ? "fixed columns" : "delimiter");
+  if (d.layout != Layout::kFixed) choice(d.quote_given, "quote");
+  choice(d.header_given,
+         std::to_string(d.header_rows) + (d.header_rows == 1 ? " header row" : " header rows"));
+  choice(d.skip_given, "lines before the table");
+  if (!chosen.empty()) r += "given: " + chosen + "\n";
+  r += "guessed: " + (guessed.empty() ? std::string("nothing") : guessed) + "\n";
+  r += std::to_string(d.data_lines) + (d.data_lines == 1 ? " record" : " records") +
+       (d.whole_file ? "" : " in the sample") + "; " + std::to_string(d.columns.size()) +
+       (d.columns.size() == 1 ? " column: " : " columns: ") + std::to_string(numeric) +
        " numeric, " + std::to_string(character) + " character";
   if (dated) r += ", " + std::to_string(dated) + " dates or times";
   r += "\n";

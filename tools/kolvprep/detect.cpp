@@ -699,11 +699,16 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (rival != nullptr && rival->score.columns >= 2 && rival->score.share >= 0.9 &&
         rival->score.value() > best.value() - 0.02 &&
         (rival->layout != d.layout || rival->quoting.quote != quoting.quote)) {
+      // Quoting is in doubt only where the sample holds both kinds of quote.
+      bool both_quotes = false;
+      for (const std::string& c : sample.chunks)
+        both_quotes =
+            both_quotes || (c.find('"') != std::string::npos && c.find('\'') != std::string::npos);
       if (rival->layout != d.layout)
         d.doubts.push_back(std::string(layout_word(rival->layout)) + " reads the file as well as " +
                            layout_word(d.layout) + "; --delimiter settles it");
-      else
-        d.doubts.push_back("two kinds of quoting read the file alike; --quote settles it");
+      else if (both_quotes && rival->quoting.backslash == quoting.backslash)
+        d.doubts.push_back("both kinds of quote read the file alike; --quote settles it");
     }
   }
   records = lines_of(quoting, have_delimited ? d.layout : Layout::kBlank, d.delimiter);
@@ -763,9 +768,12 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (fixed.size() >= 2 &&
         (blank.share < 1.0 ? fixed.size() >= blank.columns : fixed.size() > blank.columns)) {
       d.layout = Layout::kFixed;
-      d.doubts.push_back(
-          "fixed columns were guessed from where the lines change; --cuts settles "
-          "them");
+      std::string cuts;
+      for (const FixedColumn& f : fixed)
+        cuts += (cuts.empty() ? "" : ",") + number_text(f.start + 1) + "-" +
+                number_text(f.start + f.width);
+      if (cuts.size() > 40) cuts = cuts.substr(0, 40) + "...";
+      d.doubts.push_back("fixed columns guessed as " + cuts + "; --cuts settles them");
     } else if (blank.share >= 0.9) {
       d.layout = Layout::kBlank;
       best = score_layout(Layout::kBlank, texts, quoting);
@@ -804,6 +812,45 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (start >= texts.size() || records[start].number == 0) {
       error = "no steady layout at the start of the file (give --skip or --delimiter)";
       return false;
+    }
+  }
+
+  // A second table: after a blank line, a row of names over columns of
+  // numbers, or two rows of another shape. The table ends before it; the
+  // rest is set apart.
+  for (size_t k = start + 2; k < texts.size() && records[k].number != 0; ++k) {
+    bool blank_before = false;
+    for (size_t i = records[k - 1].line + 1; i < records[k].line; ++i)
+      blank_before = blank_before || trim(sample.lines[i].text).empty();
+    if (!blank_before) continue;
+    bool boundary = false;
+    if (!fits(k)) {
+      boundary = k + 1 < texts.size() && !fits(k + 1);
+    } else {
+      std::vector<std::string> row(fields.begin(), fields.end());
+      std::vector<size_t> values(n, 0), words(n, 0);
+      for (size_t r = start + 1; r < k; ++r) {
+        if (!fits(r)) continue;
+        for (size_t j = 0; j < n; ++j) {
+          const ValueKind kind = classify(fields[j]);
+          values[j] += kind != ValueKind::kText && kind != ValueKind::kMissing;
+          words[j] += kind == ValueKind::kText;
+        }
+      }
+      bool names = true, over_values = false;
+      for (size_t j = 0; j < n; ++j) {
+        const ValueKind kind = classify(row[j]);
+        names = names && (kind == ValueKind::kText || kind == ValueKind::kMissing);
+        over_values = over_values || (kind == ValueKind::kText && values[j] > 0 && words[j] == 0);
+      }
+      boundary = names && over_values;
+    }
+    if (boundary) {
+      d.table_end = records[k].number;
+      d.rest_lines = sample.whole_file ? sample.start_lines - (records[k].number - 1) : 0;
+      texts.resize(k);
+      records.resize(k);
+      break;
     }
   }
 
@@ -870,10 +917,11 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       const bool ok = splitter.split(rec.text, fields);
       if (!ok || fields.size() != n) {
         if (++d.misfits <= 5) {
-          d.misfit_notes.push_back(
-              where(rec.number) + ": " +
-              (ok ? number_text(fields.size()) + " fields where " + number_text(n) + " are expected"
-                  : std::string("a quote out of place")));
+          d.misfit_notes.push_back(where(rec.number) + ": " +
+                                   (ok ? number_text(fields.size()) +
+                                             (fields.size() == 1 ? " field" : " fields") +
+                                             " where " + number_text(n) + " are expected"
+                                       : std::string("a quote out of place")));
         }
         continue;
       }
@@ -909,11 +957,49 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
   // rows after it (never typed with them): a text field where its column
   // holds numbers, dates or times; or, when every column is text, names
   // that never occur again in their columns.
+  // Which fields of a record were written in quotes.
+  Splitter raw_splitter(d.layout, fixed, Quoting{0, false}, d.delimiter);
+  auto quoted_fields = [&](size_t row) {
+    std::vector<bool> quoted(n, false);
+    const char q = d.quoting.quote;
+    if (q == 0 || !raw_splitter.split(texts[row], fields) || fields.size() != n) return quoted;
+    for (size_t j = 0; j < n; ++j)
+      quoted[j] = fields[j].size() >= 2 && fields[j].front() == q && fields[j].back() == q;
+    return quoted;
+  };
   auto header_like = [&](size_t row) {
     if (row + 1 >= texts.size() || !fits(row)) return false;
-    std::vector<std::string> head(fields.begin(), fields.end());
+    std::vector<std::string> head;
+    for (std::string_view f : fields) head.emplace_back(cell(f));
+    if (row > start) {
+      // A further header row holds no numbers, dates or times.
+      for (const std::string& h : head) {
+        const ValueKind k = classify(h);
+        if (k != ValueKind::kText && k != ValueKind::kMissing) return false;
+      }
+    }
     type_from(row + 1);
     if (d.data_lines == 0) return false;
+    // Names in quotes over columns of unquoted numbers ("1960","1961").
+    {
+      const std::vector<bool> head_quoted = quoted_fields(row);
+      bool names_quoted = false, values_quoted = false;
+      for (size_t j = 0; j < n; ++j) {
+        if (d.columns[j].type == ColumnType::kNumeric && d.columns[j].numbers > 0) {
+          if (!head_quoted[j]) {
+            names_quoted = false;
+            break;
+          }
+          names_quoted = true;
+        }
+      }
+      for (size_t k = row + 1; names_quoted && k < texts.size() && k < row + 50; ++k) {
+        const std::vector<bool> q = quoted_fields(k);
+        for (size_t j = 0; j < n; ++j)
+          values_quoted = values_quoted || (q[j] && d.columns[j].type == ColumnType::kNumeric);
+      }
+      if (names_quoted && !values_quoted) return true;
+    }
     bool text_over_values = false;
     bool all_text = true;
     size_t texts_in_values = 0, value_columns = 0;
@@ -981,7 +1067,7 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
         h += std::string(fields[j]);
       }
     }
-    if (given.header < 0 && d.data_lines > 0 && d.data_lines < 5)
+    if (given.header < 0 && d.data_lines > 0 && d.data_lines < 3)
       d.doubts.push_back("line " + number_text(d.header_line) +
                          " was taken for names on little evidence; --header or --no-header "
                          "settles it");
@@ -1085,7 +1171,10 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       for (char& ch : folded_name)
         ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
       if (folded_header != folded_name) {
-        d.name_notes.push_back("\"" + c.header.substr(0, 40) + "\" is named " + name);
+        std::string h = c.header.size() > 24 ? c.header.substr(0, 24) + "..." : c.header;
+        for (char& ch : h)
+          if (ch == '\n' || ch == '\r' || ch == '\t') ch = ' ';
+        d.name_notes.push_back("\"" + h + "\" as " + name);
       }
     }
   }

@@ -134,6 +134,8 @@ struct Detection {
   // Weak evidence, each one line naming the option that settles it.
   std::vector<std::string> doubts;
   uint64_t joined_records = 0;             // records of the sample that span lines
+  uint64_t table_end = 0;                  // the line where another table begins (0: none)
+  uint64_t rest_lines = 0;                 // lines from there on, when the whole file was read
   uint64_t foreign_rows = 0;               // rows of text amid numbers (a heading, a note)
   std::vector<std::string> column_errors;  // --text-columns names not found
   size_t skip = 0;   // lines dropped before the data, counted from the file's start

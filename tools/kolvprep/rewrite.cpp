@@ -102,6 +102,10 @@ bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error)
     }
     return true;
   }
+  if (key == "--end") {
+    if (!read_count(value, o.end) || o.end == 0) return false;
+    return true;
+  }
   if (key == "--skip") {
     if (!read_count(value, o.skip)) return false;
     return true;
@@ -209,6 +213,7 @@ std::vector<std::string> text_options_for(const Detection& d) {
     out.push_back(m);
   }
   if (d.skip != 0) out.push_back("--skip=" + std::to_string(d.skip));
+  if (d.table_end != 0) out.push_back("--end=" + std::to_string(d.table_end));
   if (d.comment != 0) out.push_back(std::string("--comment=") + comment_word(d.comment));
   out.push_back("--columns=" + std::to_string(d.columns.size()));
   if (d.layout == Layout::kFixed) {
@@ -391,6 +396,9 @@ bool Rewriter::finish() {
     warn_(std::to_string(padded_) + " records in all did not fit the table and were padded");
   if (replaced_ > 3)
     warn_(std::to_string(replaced_) + " values in all had blanks, tabs or commas written as \"_\"");
+  if (left_out_ != 0)
+    warn_(std::to_string(left_out_) + " lines from line " + std::to_string(options_.end) +
+          " on (another table) left out");
   if (joined_ != 0)
     warn_(std::to_string(joined_) + (joined_ == 1 ? " record holds" : " records hold") +
           " line ends inside quoted values; each written as \"_\"");
@@ -404,6 +412,10 @@ void Rewriter::line(std::string_view text) {
     if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.remove_prefix(3);
   }
   if (line_number_ <= options_.skip) return;
+  if (options_.end != 0 && line_number_ >= options_.end) {
+    ++left_out_;
+    return;
+  }
   take_line(line_number_, text);
 }
 
@@ -551,8 +563,8 @@ void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
     if (text_in_number) {
       why = "text in a numeric column";
     } else if (splitter_.split(text, fields_)) {
-      why = std::to_string(fields_.size()) + " fields where " + std::to_string(options_.columns) +
-            " are expected";
+      why = std::to_string(fields_.size()) + (fields_.size() == 1 ? " field" : " fields") +
+            " where " + std::to_string(options_.columns) + " are expected";
     } else {
       why = "a quote out of place";
     }
