@@ -100,6 +100,8 @@ const std::vector<std::string> kWords = {
 const std::vector<std::string> kPhrases = {"Lake Tahoe, CA", "Mono Lake", "New York",
                                            "Crater Lake",    "Reno, NV",  "Salt Flats",
                                            "big, old oak",   "Twin Peaks"};
+const std::vector<std::string> kBlankPhrases = {"Mono Lake", "New York", "Crater Lake",
+                                                "Salt Flats", "Twin Peaks"};
 const std::vector<std::string> kQuoted = {"the \"Deep\" one", "a \"big\" lake", "O'Brien",
                                           "it's here"};
 const std::vector<std::string> kLongs = {"American Bullfrog", "American Robin",   "American Crow",
@@ -179,8 +181,14 @@ Value make_value(Rng& rng, const Column& c, const Dialect& d) {
       v.cell = text_cell(v.raw);
       break;
     case Col::kPhrase:
-      v.raw = d.quote != 0 && rng.chance(30) ? rng.pick(kQuoted) : rng.pick(kPhrases);
-      if (d.quote == 0 || d.delim == 0) v.raw = rng.pick(kWords);
+      // Without quotes a value cannot hold the delimiter; between runs of
+      // blanks a quoted value holds blanks but no quote.
+      if (d.quote == 0)
+        v.raw = rng.pick(kWords);
+      else if (d.delim == 0)
+        v.raw = rng.pick(kBlankPhrases);
+      else
+        v.raw = rng.chance(30) ? rng.pick(kQuoted) : rng.pick(kPhrases);
       v.cell = text_cell(v.raw);
       break;
     case Col::kDate:
@@ -720,7 +728,12 @@ Case make_case(uint64_t seed) {
   if (kind == "two_tables") {
     // A second, smaller table below a blank line, with other columns.
     w.record("");
-    Table second = ordinary_table(rng, d, static_cast<size_t>(rng.range(3, 6)), {Col::kDate});
+    std::vector<Col> other = {Col::kDate};
+    Table second = ordinary_table(rng, d, static_cast<size_t>(rng.range(3, 6)), other);
+    while (second.cols.size() == t.cols.size()) {
+      other.push_back(Col::kInt);
+      second = ordinary_table(rng, d, static_cast<size_t>(rng.range(3, 6)), other);
+    }
     Case ignored;
     write_table(ignored, w, second, d, true);
   }
