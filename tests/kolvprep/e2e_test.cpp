@@ -118,7 +118,7 @@ TEST(KolvprepE2e, CleanCommaFileIsReadAsItIs) {
   kptest::write_file(dir.file("c.csv"), text);
   const Outcome o = prepare_and_convert(dir, "c.csv");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv c.cmd");
+  EXPECT_EQ(o.command, "kolv c.cmd && kolvdump --check c.dat");
   Reading r;
   r.kinds = {'n', 'n', 'c'};
   expect_round_trip(dir, "c", text, r);
@@ -130,7 +130,7 @@ TEST(KolvprepE2e, BlankAlignedFileIsReadAsItIsWithMsymForQuestionMarks) {
   kptest::write_file(dir.file("b.dat"), text);
   const Outcome o = prepare_and_convert(dir, "b.dat");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv b.cmd");
+  EXPECT_EQ(o.command, "kolv b.cmd && kolvdump --check b.dat");
   EXPECT_NE(kptest::read_file(dir.file("b.cmd")).find("MSYM ?;"), std::string::npos);
   Reading r;
   r.delimiter = 0;
@@ -165,7 +165,7 @@ TEST(KolvprepE2e, FixedColumnsBecomeARecordDescription) {
   kptest::write_file(dir.file("f.txt"), text);
   const Outcome o = prepare_and_convert(dir, "f.txt");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv f.cmd");
+  EXPECT_EQ(o.command, "kolv f.cmd && kolvdump --check f.dat");
   const std::string cmd = kptest::read_file(dir.file("f.cmd"));
   EXPECT_NE(cmd.find("INVAR RECORD = 19"), std::string::npos) << cmd;
   // The columns found: the text "ST", the glued digits of station, year
@@ -268,7 +268,9 @@ std::vector<Hostile> hostile_inputs() {
   }
   return {
       {"empty", "", "the file is empty"},
-      {"one_line", "1,2,3\n", "only one line of data: too little to tell a header from data"},
+      {"one_line", "1,2,3\n",
+       "only one line of data: too little to tell a header from data (give --header 1 for names "
+       "alone)"},
       {"binary",
        std::string("\x7f"
                    "ELF\x02\x01\x01\0\0\0",
@@ -278,7 +280,7 @@ std::vector<Hostile> hostile_inputs() {
       {"long_line", std::string(10u << 20, '7') + "\n1\n",
        "line 1 is longer than 1 MiB: not a table of values"},
       {"inconsistent", inconsistent,
-       "no steady layout: the lines hold different numbers of fields"},
+       "no steady layout: the lines hold different numbers of fields (give --delimiter)"},
       {"bom_only", "\xEF\xBB\xBF", "the file holds nothing but a byte-order mark"},
   };
 }

@@ -60,7 +60,7 @@ TEST_P(RealData, ConvertsAndMatchesTheText) {
   std::string name = f.file;
   name.resize(name.rfind('.'));
   if (*f.layout == 0) {
-    EXPECT_EQ(command, "kolv " + name + ".cmd") << prep.out;
+    EXPECT_EQ(command, "kolv " + name + ".cmd && kolvdump --check " + name + ".dat") << prep.out;
   } else {
     EXPECT_NE(command.find(std::string("--layout=") + f.layout), std::string::npos) << command;
   }

@@ -68,7 +68,13 @@ bool single_msym(const Detection& d, char* msym, bool* others) {
 bool can_read_as_is(const Detection& d, char* msym) {
   *msym = 0;
   bool others = false;
+  // Only a file read whole, every record of it seen to fit, may reach kolv
+  // as it is: a misfit in a part not seen would stop kolv.
+  if (!d.whole_file || d.compression != Compression::kNone) return false;
   if (d.bom || d.skip != 0 || d.quotes || d.misfits != 0 || d.comment_lines != 0) return false;
+  if (d.cr_records || d.decimal_comma || !d.missing.empty() || d.pad || d.data_lines == 0 ||
+      (d.layout != Layout::kFixed && (d.quoting.quote != '"' || d.quoting.backslash)))
+    return false;
   for (const Column& c : d.columns) {
     if (is_date_like(c.type)) return false;
   }
@@ -144,6 +150,9 @@ std::string layout_summary(const Detection& d) {
     case Layout::kFixed:
       s = "fixed columns without a delimiter";
       break;
+    case Layout::kOther:
+      s = std::string("separated by \"") + d.delimiter + "\"";
+      break;
   }
   if (d.quotes) s += ", quoted fields";
   s += d.crlf ? ", CRLF line ends" : ", LF line ends";
@@ -154,6 +163,10 @@ std::string layout_summary(const Detection& d) {
 Plan make_plan(const Detection& d, const std::string& file, const std::string& name) {
   Plan p;
   const std::string cmd = shell_quote(name + ".cmd");
+  // The data set is checked against its header after kolv: a run that left
+  // it short of the rows its header counts fails.
+  std::string check = " && kolvdump --check ";
+  check.append(shell_quote(name + ".dat"));
   p.direct = can_read_as_is(d, &p.msym);
   if (p.direct) {
     // INPUT takes the rest of its statement as the name, so a name with
@@ -163,12 +176,17 @@ Plan make_plan(const Detection& d, const std::string& file, const std::string& n
     p.input_redirect = awkward;
     p.input = awkward ? "/dev/stdin" : file;
     p.command = "kolv " + cmd + (awkward ? " < " + shell_quote(file) : "");
+    p.command.append(check);
   } else {
     p.input = "/dev/stdin";
     p.text_options = text_options_for(d);
+    std::string rejects = "--rejects=";
+    rejects.append(name).append(".rejects");
+    p.text_options.push_back(rejects);
     p.command = "kolvprep --text";
-    for (const std::string& o : p.text_options) p.command += " " + o;
+    for (const std::string& o : p.text_options) p.command.append(" ").append(shell_quote(o));
     p.command += std::string(" ") + shell_quote(file) + " | kolv " + cmd;
+    p.command.append(check);
   }
   return p;
 }
