@@ -296,7 +296,10 @@ Outcome run_case(const Case& c, const std::string& dir, const std::string& bin_p
     o.why = error;
     return o;
   }
-  const Run prep = run_in(dir, bin_path, "kolvprep --name t " + shell_word(c.file), "prep");
+  // A program that hangs fails its case after a minute instead of holding
+  // the suite until ctest's own limit.
+  const Run prep =
+      run_in(dir, bin_path, "timeout 60 kolvprep --name t " + shell_word(c.file), "prep");
   if (prep.status == 1) {
     // A refusal is one line on stderr naming the option that settles it.
     if (line_count(prep.err) == 1 && prep.err.rfind("kolvprep: ", 0) == 0 &&
@@ -310,7 +313,13 @@ Outcome run_case(const Case& c, const std::string& dir, const std::string& bin_p
   if (prep.status != 0)
     return wrong(o, "kolvprep exit " + std::to_string(prep.status) + ": " + one_line(prep.err));
   const std::string command = last_line(prep.out);
-  const Run conv = run_in(dir, bin_path, "sh -c " + shell_word(command), "run");
+  // The printed command checks the data set it leaves, so that one short of
+  // its header cannot pass in silence.
+  const std::string check = "&& kolvdump --check t.dat";
+  if (command.size() < check.size() ||
+      command.compare(command.size() - check.size(), check.size(), check) != 0)
+    return wrong(o, "the printed command does not end with `" + check + "`: " + command);
+  const Run conv = run_in(dir, bin_path, "timeout 60 sh -c " + shell_word(command), "run");
   if (conv.status != 0)
     return wrong(o, "the printed command `" + command + "` exit " + std::to_string(conv.status) +
                         ": " + one_line(conv.err.empty() ? conv.out : conv.err));
