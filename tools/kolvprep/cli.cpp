@@ -219,7 +219,7 @@ int run_prepare(const std::string& file, std::string name, bool force, bool full
        (d.whole_file ? "" : " in the sample") + "; " + std::to_string(d.columns.size()) +
        (d.columns.size() == 1 ? " column: " : " columns: ") + std::to_string(numeric) +
        " numeric, " + std::to_string(character) + " character";
-  if (dated) r += ", " + std::to_string(dated) + " dates or times";
+  if (dated) r += ", " + std::to_string(dated) + " of dates or times";
   r += "\n";
   for (const std::string& n : report_notes(d, plan)) r += "note: " + n + "\n";
   for (const std::string& w : report_warnings(d, plan)) r += "warning: " + w + "\n";

@@ -347,8 +347,8 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
   if (before == 1) n.push_back("line 1, before the table, is dropped");
   if (before > 1) n.push_back("lines 1-" + num(before) + ", before the table, are dropped");
   if (d.table_end != 0)
-    n.push_back("another table begins at line " + num(d.table_end) +
-                "; the lines from there on are left out");
+    n.push_back("the lines from line " + num(d.table_end) +
+                " on (notes or another table) are left out");
   if (d.joined_records != 0)
     n.push_back(plural(d.joined_records, "record holds", "records hold") +
                 " line ends inside quoted values; each becomes \"_\"");

@@ -307,13 +307,14 @@ bool fields_hold_number_runs(Layout layout, const std::vector<std::string_view>&
 }
 
 // Column classes of a fixed layout, per byte position.
-constexpr unsigned kBlankByte = 1, kNumberByte = 2, kOtherByte = 4, kSignByte = 8;
+constexpr unsigned kBlankByte = 1, kNumberByte = 2, kOtherByte = 4, kSignByte = 8, kTokenByte = 16;
 
 bool all_numbers(const std::vector<std::string_view>& lines, FixedColumn c) {
   for (std::string_view line : lines) {
     if (c.start >= line.size()) continue;
     const std::string_view v = trim(line.substr(c.start, c.width));
-    if (!v.empty() && !is_kolv_number(v)) return false;
+    // Numbers, dates, times and missing tokens are each one value.
+    if (!v.empty() && classify(v) == ValueKind::kText) return false;
   }
   return true;
 }
@@ -322,10 +323,27 @@ std::vector<FixedColumn> find_fixed_columns(const std::vector<std::string_view>&
   size_t width = 0;
   for (std::string_view l : lines) width = std::max(width, l.size());
   std::vector<unsigned> cls(width, 0);
+  std::vector<bool> token;
   for (std::string_view l : lines) {
+    // A missing-value token ("NaN", "NA") stands for a value of any kind:
+    // its bytes are neither blank nor text.
+    token.assign(l.size(), false);
+    for (size_t p = 0; p < l.size();) {
+      if (l[p] == ' ') {
+        ++p;
+        continue;
+      }
+      size_t q = p;
+      while (q < l.size() && l[q] != ' ') ++q;
+      if (is_missing_token(l.substr(p, q - p)))
+        for (size_t i = p; i < q; ++i) token[i] = true;
+      p = q;
+    }
     for (size_t p = 0; p < width; ++p) {
       const char c = p < l.size() ? l[p] : ' ';
-      if (c == ' ') {
+      if (p < l.size() && token[p]) {
+        cls[p] |= kTokenByte;
+      } else if (c == ' ') {
         cls[p] |= kBlankByte;
       } else if (c == '+' || c == '-') {
         cls[p] |= kNumberByte | kSignByte;
@@ -415,7 +433,6 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
       if (v.find_first_not_of("0123456789") == std::string_view::npos) {
         if (col.number_width == 0 && !col.other_numbers) col.number_width = v.size();
         if (col.number_width != v.size()) col.other_numbers = true;
-        col.digit_codes += v[0] != '0';
       } else {
         col.other_numbers = true;
       }
@@ -462,11 +479,11 @@ void settle_type(Column& col) {
                        size_t{col.datetimes > 0};
   if (col.texts > 0 || kinds > 1) {
     col.type = ColumnType::kCharacter;
-  } else if (col.zero_codes > 0 && col.digit_codes > 0 && !col.other_numbers &&
-             col.number_width >= 3) {
-    // Codes of one width, some with leading zeros ("00501", "10001"): kept
-    // as written. Where every value begins with "0", the zeros only pad
-    // numbers to a width, and they are numbers.
+  } else if (col.zero_codes > 0 && !col.other_numbers && col.number_width >= 3 &&
+             col.number_width <= 8) {
+    // Codes of one width with leading zeros ("00501"): kept as written.
+    // Two digits ("01") are months, days or hours, and numbers; codes
+    // wider than the 8 bytes kolv keeps of a text stay whole as numbers.
     col.type = ColumnType::kCharacter;
   } else if (col.dates > 0) {
     col.type = ColumnType::kDate;
@@ -630,7 +647,29 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     d.quote_given = true;
     quotings.push_back({given.quote, false});
   } else {
-    quotings = {{'"', false}, {'\'', false}, {'"', true}};
+    // The quote is the one that wraps whole fields most often (the double
+    // quote when neither does); its escape is scored below.
+    size_t wrapped[2] = {0, 0};
+    const char quotes[2] = {'"', '\''};
+    for (size_t i = first_content; i < sample.lines.size() && i < first_content + 2000; ++i) {
+      const std::string_view line = sample.lines[i].text;
+      for (int q = 0; q < 2; ++q) {
+        for (size_t at = line.find(quotes[q]); at != std::string_view::npos;
+             at = line.find(quotes[q], at + 1)) {
+          // A quote at a field's start whose partner ends a field.
+          const bool starts = at == 0 || std::strchr(",;|\t ", line[at - 1]) != nullptr;
+          if (!starts) continue;
+          const size_t close = line.find(quotes[q], at + 1);
+          if (close == std::string_view::npos) break;
+          const bool ends =
+              close + 1 == line.size() || std::strchr(",;|\t \r", line[close + 1]) != nullptr;
+          wrapped[q] += ends;
+          at = close;
+        }
+      }
+    }
+    const char q = wrapped[1] > wrapped[0] ? '\'' : '"';
+    quotings = {{q, false}, {q, true}};
   }
   const Layout delimited[] = {Layout::kComma, Layout::kTab, Layout::kSemicolon, Layout::kPipe};
   struct Candidate {
@@ -825,7 +864,11 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (!blank_before) continue;
     bool boundary = false;
     if (!fits(k)) {
-      boundary = k + 1 < texts.size() && !fits(k + 1);
+      // Lines to the end of the file that do not fit are notes under the
+      // table; two of another shape begin another table.
+      bool rest_unfit = sample.whole_file;
+      for (size_t r = k + 1; rest_unfit && r < texts.size(); ++r) rest_unfit = !fits(r);
+      boundary = rest_unfit || (k + 1 < texts.size() && !fits(k + 1));
     } else {
       std::vector<std::string> row(fields.begin(), fields.end());
       std::vector<size_t> values(n, 0), words(n, 0);
@@ -858,20 +901,21 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
   // one comma each ("3,14", "1.234,5").
   std::string converted;
   if (d.layout != Layout::kComma) {
-    size_t with_comma = 0, plain = 0, other = 0;
+    // Per column: values with a decimal comma, and other values holding a
+    // comma (text such as "Reno, NV").
+    std::vector<size_t> with_comma(n, 0), other(n, 0);
     for (size_t k = start + 1; k < texts.size() && k < start + 2000; ++k) {
       if (!fits(k)) continue;
-      for (std::string_view f : fields) {
-        if (f.find(',') == std::string_view::npos) {
-          plain += is_kolv_number(f);
-        } else if (decimal_comma_number(f, converted)) {
-          ++with_comma;
-        } else {
-          ++other;
-        }
+      for (size_t j = 0; j < n; ++j) {
+        if (fields[j].find(',') == std::string_view::npos) continue;
+        if (decimal_comma_number(fields[j], converted))
+          ++with_comma[j];
+        else
+          ++other[j];
       }
     }
-    d.decimal_comma = with_comma > 0 && with_comma >= other * 4;
+    for (size_t j = 0; j < n; ++j)
+      d.decimal_comma = d.decimal_comma || (with_comma[j] > 0 && with_comma[j] >= other[j] * 4);
   }
   auto cell = [&](std::string_view v) -> std::string_view {
     if (d.decimal_comma && v.find(',') != std::string_view::npos &&

@@ -87,7 +87,6 @@ struct Column {
   // when they differ).
   size_t zero_codes = 0;
   size_t zero_width = 0;
-  size_t digit_codes = 0;      // numbers of digits only, the first not "0"
   size_t number_width = 0;     // the one width of numbers written in digits only (0: none)
   bool other_numbers = false;  // a number not written in digits only, or of another width
   // Dates such as 01/02/2000 that may be day/month or month/day.

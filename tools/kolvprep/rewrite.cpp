@@ -1,5 +1,6 @@
 #include "rewrite.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstring>
@@ -398,7 +399,7 @@ bool Rewriter::finish() {
     warn_(std::to_string(replaced_) + " values in all had blanks, tabs or commas written as \"_\"");
   if (left_out_ != 0)
     warn_(std::to_string(left_out_) + " lines from line " + std::to_string(options_.end) +
-          " on (another table) left out");
+          " on (notes or another table) left out");
   if (joined_ != 0)
     warn_(std::to_string(joined_) + (joined_ == 1 ? " record holds" : " records hold") +
           " line ends inside quoted values; each written as \"_\"");
@@ -424,8 +425,13 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     const std::string_view t = trim(text);
     if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
     tracker_.reset();
+    // A quote left open where the line, its quotes taken for text, holds
+    // just the table's fields is a stray quote, not a value going on.
+    const bool stray = delimiter_ != 0 &&
+                       static_cast<size_t>(std::count(text.begin(), text.end(), delimiter_)) + 1 ==
+                           options_.columns;
     if (options_.quoting.quote == 0 || options_.layout == Layout::kFixed ||
-        !tracker_.open_after(text)) {
+        !tracker_.open_after(text) || stray) {
       if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
       record(number, text, false);
       return;
