@@ -24,23 +24,35 @@ namespace kolvprep {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: kolvprep [--name NAME] [--force] [--full] FILE\n"
+    "usage: kolvprep [--name NAME] [--force] [--full] [--delimiter C] [--quote C]\n"
+    "                [--header N | --no-header] [--skip N] [--cuts A-B,...]\n"
+    "                [--text-columns LIST] [--numeric-columns LIST]\n"
+    "                [--missing TOKEN,...] [--misfits=reject|pad] FILE\n"
     "       kolvprep --text OPTIONS FILE\n"
     "       kolvprep --help | --version\n";
 
 constexpr const char* kHelp =
     "kolvprep looks at a text file of values and writes NAME.cmd, a kolv command\n"
     "file that converts it into NAME.dat; the last line it prints is the shell\n"
-    "command that does the conversion.\n"
+    "command that does the conversion and checks the data set. Every choice it\n"
+    "guesses can be given instead (--opt VALUE or --opt=VALUE):\n"
     "\n"
-    "  --name NAME   name of the command file and the data set (default: FILE's\n"
-    "                base name without its extension)\n"
-    "  --force       replace an existing NAME.cmd\n"
-    "  --full        read the whole file (default: a sample of a few MiB)\n"
-    "  --text        write FILE to standard output in the form the command file\n"
-    "                reads; OPTIONS (as kolvprep prints them): --layout=L --skip=N\n"
-    "                --comment=hash|percent --columns=N --fixed=A-B,...\n"
-    "                --date=K,... --time=K,... --datetime=K,...\n"
+    "  --name NAME          name of NAME.cmd, NAME.dat and NAME.rejects (default:\n"
+    "                       FILE's base name without its extension)\n"
+    "  --force              replace an existing NAME.cmd\n"
+    "  --full               read the whole file (default: a sample of a few MiB)\n"
+    "  --delimiter C        , ; | tab blank, or any other single byte\n"
+    "  --quote C            \" ' or none\n"
+    "  --header N           N header rows (--no-header: none)\n"
+    "  --skip N             lines before the table, dropped\n"
+    "  --cuts A-B,...       fixed columns, 1-based inclusive byte positions\n"
+    "  --text-columns LIST  columns read as character (numbers or header names)\n"
+    "  --numeric-columns LIST  columns read as numbers\n"
+    "  --missing TOKEN,...  further tokens for a missing value\n"
+    "  --misfits=reject     records that do not fit the table go to NAME.rejects\n"
+    "  --misfits=pad        they are kept: absent fields missing, extra dropped\n"
+    "  --text               write FILE in the form the command file reads (its\n"
+    "                       options are those kolvprep prints; see kolvprep(1))\n"
     "  --help, --version\n";
 
 void say(FILE* err, const std::string& text) {
