@@ -842,11 +842,14 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
   auto fits = [&](size_t k) { return splitter.split(texts[k], fields) && fields.size() == n; };
   size_t start = 0;
   if (d.layout != Layout::kFixed && !d.skip_given) {
-    while (start < texts.size()) {
-      size_t k = start;
-      while (k < texts.size() && k < start + 3 && fits(k)) ++k;
-      if (k == std::min(texts.size(), start + 3)) break;
-      ++start;
+    // The first run of three records that fit, else of two, else one.
+    for (size_t run = 3; run > 0; --run) {
+      for (start = 0; start < texts.size(); ++start) {
+        size_t k = start;
+        while (k < texts.size() && k < start + run && fits(k)) ++k;
+        if (k == start + run) break;
+      }
+      if (start < texts.size()) break;
     }
     if (start >= texts.size() || records[start].number == 0) {
       error = "no steady layout at the start of the file (give --skip or --delimiter)";

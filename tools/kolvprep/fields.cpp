@@ -68,15 +68,24 @@ bool QuoteTracker::open_after(std::string_view text) {
     const bool ends_field = delimiter_ != 0 ? c == delimiter_ : (c == ' ' || c == '\t');
     switch (state_) {
       case kFieldStart:
-        if (ends_field) break;
-        if (c == q && q != 0)
+        if (ends_field) {
+          // Runs of blanks end one field only.
+          if (delimiter_ != 0) ++field_;
+          break;
+        }
+        if (c == q && q != 0) {
           state_ = kQuoted;
-        else if (c != ' ' && c != '\t')
+          open_field_ = field_;
+        } else if (c != ' ' && c != '\t') {
           state_ = kUnquoted;
+        }
         break;
       case kUnquoted:
       case kAfterClose:
-        if (ends_field) state_ = kFieldStart;
+        if (ends_field) {
+          state_ = kFieldStart;
+          ++field_;
+        }
         break;
       case kQuoted:
         if (quoting_.backslash && c == '\\')
@@ -89,6 +98,7 @@ bool QuoteTracker::open_after(std::string_view text) {
         break;
       case kQuoteSeen:
         state_ = c == q ? kQuoted : ends_field ? kFieldStart : kAfterClose;
+        field_ += ends_field;
         break;
     }
   }

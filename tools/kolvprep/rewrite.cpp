@@ -425,15 +425,17 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     const std::string_view t = trim(text);
     if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
     tracker_.reset();
-    // A quote left open where the line, its quotes taken for text, holds
-    // just the table's fields is a stray quote, not a value going on.
-    const bool stray = delimiter_ != 0 &&
+    const bool open = options_.quoting.quote != 0 && options_.layout != Layout::kFixed &&
+                      tracker_.open_after(text);
+    // A quote left open before the last field, where the line with its
+    // quotes taken for text holds just the table's fields, is a stray
+    // quote, not a value going on.
+    const bool stray = open && delimiter_ != 0 && tracker_.open_field() + 1 < options_.columns &&
                        static_cast<size_t>(std::count(text.begin(), text.end(), delimiter_)) + 1 ==
                            options_.columns;
-    if (options_.quoting.quote == 0 || options_.layout == Layout::kFixed ||
-        !tracker_.open_after(text) || stray) {
+    if (!open || stray) {
       if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
-      record(number, text, false);
+      record(number, text, text);
       return;
     }
     held_.push_back({number, std::string(text)});
@@ -445,11 +447,19 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
   tracker_.open_after("\n");
   if (!tracker_.open_after(text)) {
     // The record is whole: its lines joined by line feeds (CRs dropped).
+    // The record is whole: its lines joined by line feeds (CRs dropped),
+    // and as it was written, for the rejects file.
     joined_text_.clear();
+    joined_raw_.clear();
     for (const HeldLine& h : held_) {
       std::string_view part = h.text;
+      if (&h != &held_.front()) {
+        joined_text_.push_back('\n');
+        joined_raw_.push_back('\n');
+      }
+      if (&h == &held_.back() && !part.empty() && part.back() == '\r') part.remove_suffix(1);
+      joined_raw_.append(part);
       if (!part.empty() && part.back() == '\r') part.remove_suffix(1);
-      if (!joined_text_.empty() || &h != &held_.front()) joined_text_.push_back('\n');
       joined_text_.append(part);
     }
     // Joined, the lines must make a record of the table; else the quote
@@ -463,7 +473,7 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     held_.clear();
     held_bytes_ = 0;
     const uint64_t was_records = records_;
-    record(first, joined_text_, true);
+    record(first, joined_text_, joined_raw_);
     if (records_ != was_records) ++joined_;
     return;
   }
@@ -515,7 +525,8 @@ void Rewriter::reject(uint64_t number, const std::vector<std::string_view>& part
 
 // One record (its lines joined when it spans several): written when it
 // fits the table, else set aside or, with pad, made to fit.
-void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
+void Rewriter::record(uint64_t number, std::string_view text, std::string_view raw) {
+  const bool joined = raw.data() != text.data();
   const size_t start = used_;
   const uint64_t replaced = replaced_;
   const uint64_t numeric_text = numeric_text_;
@@ -563,7 +574,7 @@ void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
   replaced_ = replaced;
   const bool text_in_number = numeric_text_ != numeric_text;
   numeric_text_ = numeric_text;
-  reject(number, {text});
+  reject(number, {raw});
   if (rejected_ <= kWarnLines) {
     std::string why;
     if (text_in_number) {

@@ -93,7 +93,8 @@ class Rewriter {
   void line(std::string_view text);
   void take_line(uint64_t number, std::string_view text);
   void release_held();
-  void record(uint64_t number, std::string_view text, bool joined);
+  // `raw` is the record as written (the same view as `text` for one line).
+  void record(uint64_t number, std::string_view text, std::string_view raw);
   void reject(uint64_t number, const std::vector<std::string_view>& parts);
   bool reject_bytes(const char* data, size_t size);
   bool delimited_line(std::string_view text, bool& misfit);
@@ -116,6 +117,7 @@ class Rewriter {
   char delimiter_ = ',';
   std::vector<std::string_view> fields_;
   std::string joined_text_;
+  std::string joined_raw_;
   std::string carry_;  // the start of a line that continues in the next input
   // Output gathered for one write: room for a block and two over-long lines
   // (a time hh:mm grows by two digits, so a line at most doubles).
