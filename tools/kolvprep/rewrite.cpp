@@ -556,6 +556,21 @@ void Rewriter::record(uint64_t number, std::string_view text, std::string_view r
       ok = value(fields_[j], options_.types[j]);
     }
   }
+  if (!ok && options_.pad) {
+    // Kept all the same: a quote out of place is read as text.
+    used_ = start;
+    replaced_ = replaced;
+    pending_.clear();
+    Splitter literal(options_.layout, options_.fixed, Quoting{0, false}, options_.delimiter);
+    literal.split(text, fields_);
+    fields_.resize(options_.columns);
+    ok = true;
+    misfit = true;
+    for (size_t j = 0; j < fields_.size(); ++j) {
+      if (j != 0) out_[used_++] = ',';
+      value(fields_[j], options_.types[j]);
+    }
+  }
   if (ok) {
     out_[used_++] = '\n';
     ++records_;
