@@ -467,7 +467,7 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
     col.widest_text = std::string(v.substr(0, 40));
     col.widest_line = line;
   }
-  if (!col.text_with_separators && v.find_first_of(" \t,") != std::string_view::npos) {
+  if (!col.text_with_separators && v.find_first_of(" \t,\r\n") != std::string_view::npos) {
     col.text_with_separators = true;
     col.separator_example = std::string(v.substr(0, 40));
     col.separator_line = line;

@@ -96,6 +96,14 @@ struct Column {
   // keeps them (counted up to kMaxDistinct).
   size_t distinct = 0, distinct_cut = 0;
   bool given_type = false;  // --text-columns or --numeric-columns
+
+  // A number like a missing-value code that lies far outside the column's
+  // other values (more than twice their spread beyond them).
+  bool far_code() const {
+    if (code.empty() || type != ColumnType::kNumeric || others < 2) return false;
+    const double spread = other_max - other_min;
+    return code_value < other_min - 2 * spread - 1 || code_value > other_max + 2 * spread + 1;
+  }
 };
 
 // Choices given on the command line instead of guessed.

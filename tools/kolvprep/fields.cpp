@@ -240,6 +240,26 @@ bool digits(std::string_view s, size_t at, size_t count, int* value) {
 
 }  // namespace
 
+std::string shown_value(std::string_view v, size_t most) {
+  std::string out;
+  for (size_t i = 0; i < v.size(); ++i) {
+    if (out.size() >= most) {
+      out += "...";
+      break;
+    }
+    const char c = v[i];
+    if (c == '\n')
+      out += "\\n";
+    else if (c == '\r')
+      out += "\\r";
+    else if (c == '\t')
+      out += "\\t";
+    else
+      out.push_back(c);
+  }
+  return "\"" + out + "\"";
+}
+
 bool is_missing_token(std::string_view v) {
   if (v.empty()) return true;
   // Every token begins with ".", "?" or "n": most values are out at once.

@@ -109,6 +109,10 @@ enum class ValueKind { kMissing, kNumber, kDate, kTime, kDateTime, kText };
 // yyyymmddhhmmss).
 ValueKind classify(std::string_view value, double* number = nullptr);
 
+// A value as a message shows it: quoted, on one line (line ends, CRs and
+// tabs written as \n, \r, \t), cut after `most` bytes with "...".
+std::string shown_value(std::string_view v, size_t most = 24);
+
 // The missing-value tokens: empty, NA, N/A, NaN, null (any case), "." and "?".
 bool is_missing_token(std::string_view value);
 

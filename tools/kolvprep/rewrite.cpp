@@ -527,6 +527,7 @@ void Rewriter::reject(uint64_t number, const std::vector<std::string_view>& part
 // fits the table, else set aside or, with pad, made to fit.
 void Rewriter::record(uint64_t number, std::string_view text, std::string_view raw) {
   const bool joined = raw.data() != text.data();
+  record_number_ = number;
   const size_t start = used_;
   const uint64_t replaced = replaced_;
   const uint64_t numeric_text = numeric_text_;
@@ -764,8 +765,8 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
 void Rewriter::note_replaced(std::string_view v) {
   // The first few are named, once their line is known to fit.
   if (++replaced_ <= 3 && pending_.empty()) {
-    pending_ = "line " + std::to_string(line_number_) + ": blanks, tabs or commas inside \"" +
-               std::string(v.substr(0, 40)) + "\" written as \"_\"";
+    pending_ = "line " + std::to_string(record_number_) + ": blanks, tabs or commas inside " +
+               shown_value(v, 40) + " written as \"_\"";
   }
 }
 

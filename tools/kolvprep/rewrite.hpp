@@ -137,7 +137,8 @@ class Rewriter {
   uint64_t repaired_ = 0;
   uint64_t joined_ = 0;
   uint64_t left_out_ = 0;
-  uint64_t numeric_text_ = 0;  // misfits for text in a numeric column
+  uint64_t record_number_ = 0;  // the first line of the record in hand
+  uint64_t numeric_text_ = 0;   // misfits for text in a numeric column
   uint64_t replaced_ = 0;
   bool first_line_ = true;
 };
