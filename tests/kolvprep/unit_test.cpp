@@ -824,5 +824,22 @@ TEST(Rewrite, AQuoteThatNeverClosesHoldsBoundedLines) {
   EXPECT_EQ(lines, kMaxRecordLines + 10);
 }
 
+TEST(Detect, TokensOfTheShapeOfTheCodesAreCodes) {
+  const Found f = look("QS,1\nNA,2\nTY,3\nGR,4\n,5\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.columns[0].keep_tokens);
+  const std::vector<std::string> o = text_options_for(f.d);
+  EXPECT_NE(std::find(o.begin(), o.end(), "--keep=1"), o.end());
+  EXPECT_NE(joined(report_warnings(f.d, make_plan(f.d, "k.csv", "k")))
+                .find("column v1: \"NA\" has the shape of the other codes: kept as text\n"),
+            std::string::npos);
+  // Among words of other shapes NA is missing.
+  EXPECT_FALSE(look("Paris,1\nNA,2\nRome,3\nOslo,4\n").d.columns[0].keep_tokens);
+  // The rewrite keeps the token as text, the empty field missing.
+  EXPECT_EQ(rewrite_rejects("NA,1\n,2\n", {"--columns=2", "--char=1", "--keep=1"}).r.out,
+            "NA,1\n,2\n");
+  EXPECT_EQ(rewrite_rejects("NA,1\n,2\n", {"--columns=2", "--char=1"}).r.out, ",1\n,2\n");
+}
+
 }  // namespace
 }  // namespace kolvprep

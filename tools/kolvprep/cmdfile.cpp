@@ -284,6 +284,13 @@ std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
              plural(c.numbers, "number", "numbers") + " and " +
                  plural(c.texts, "text value", "text values") + " (" + shown_value(c.first_text) +
                  ", " + where(c.first_text_line) + "): read as character");
+    if (c.keep_tokens) {
+      std::string token;
+      for (const std::string& t : c.missing_tokens)
+        if (token.empty()) token = t;
+      cf.add(j, "codes that look like missing tokens, kept as text", c.name,
+             shown_value(token) + " has the shape of the other codes: kept as text");
+    }
     if (c.type == ColumnType::kCharacter && c.texts == 0 && c.zero_codes > 0 && !c.given_type)
       cf.add(j, "codes with leading zeros, kept as text (--numeric-columns reads numbers)", c.name,
              "codes with leading zeros (" +
@@ -354,7 +361,8 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
   uint64_t missing = 0;
   size_t columns = 0;
   for (const Column& c : d.columns) {
-    if (c.missing == 0) continue;
+    // A column whose tokens are codes is said on its own.
+    if (c.missing == 0 || c.keep_tokens) continue;
     missing += c.missing;
     ++columns;
     for (const std::string& t : c.missing_tokens) {

@@ -71,6 +71,11 @@ struct Column {
   std::string widest_text;
   uint64_t widest_line = 0;
   std::string first_text;  // first value that is text
+  // The shape of the text values ("AA" for two capitals) when they all
+  // have one; a missing token of that shape ("NA") is then a value.
+  std::string shape;
+  bool one_shape = true;
+  bool keep_tokens = false;
   uint64_t first_text_line = 0;
   bool text_with_separators = false;  // a blank, tab or comma inside a value
   std::string separator_example;

@@ -143,6 +143,15 @@ bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error)
     return !o.fixed.empty();
   }
   ColumnType type;
+  if (key == "--keep") {
+    std::vector<size_t> list;
+    if (!read_list(value, list)) return false;
+    for (size_t c : list) {
+      if (o.keep.size() < c) o.keep.resize(c, false);
+      o.keep[c - 1] = true;
+    }
+    return true;
+  }
   if (key == "--char")
     type = ColumnType::kCharacter;
   else if (key == "--date")
@@ -193,7 +202,12 @@ bool finish_text_options(TextOptions& o, std::string& error) {
     error = "a --char, --date, --time or --datetime column beyond --columns";
     return false;
   }
+  if (o.keep.size() > o.columns) {
+    error = "a --keep column beyond --columns";
+    return false;
+  }
   o.types.resize(o.columns, ColumnType::kNumeric);
+  o.keep.resize(o.columns, false);
   return true;
 }
 
@@ -234,6 +248,10 @@ std::vector<std::string> text_options_for(const Detection& d) {
     if (d.columns[j].type == ColumnType::kDateTime) datetimes.push_back(j + 1);
   }
   if (!chars.empty()) out.push_back("--char=" + list_text(chars));
+  std::vector<size_t> keep;
+  for (size_t j = 0; j < d.columns.size(); ++j)
+    if (d.columns[j].keep_tokens) keep.push_back(j + 1);
+  if (!keep.empty()) out.push_back("--keep=" + list_text(keep));
   if (!dates.empty()) out.push_back("--date=" + list_text(dates));
   if (!times.empty()) out.push_back("--time=" + list_text(times));
   if (!datetimes.empty()) out.push_back("--datetime=" + list_text(datetimes));
@@ -316,6 +334,7 @@ Rewriter::Rewriter(TextOptions options, std::function<bool(const char*, size_t)>
            options_.missing.empty();
   for (ColumnType t : options_.types)
     plain_ = plain_ && (t == ColumnType::kNumeric || t == ColumnType::kCharacter);
+  for (bool k : options_.keep) plain_ = plain_ && !k;
 }
 
 bool Rewriter::flush() {
@@ -554,7 +573,7 @@ void Rewriter::record(uint64_t number, std::string_view text, std::string_view r
     }
     for (size_t j = 0; ok && j < fields_.size(); ++j) {
       if (j != 0) out_[used_++] = ',';
-      ok = value(fields_[j], options_.types[j]);
+      ok = value(fields_[j], j);
     }
   }
   if (!ok && options_.pad) {
@@ -569,7 +588,7 @@ void Rewriter::record(uint64_t number, std::string_view text, std::string_view r
     misfit = true;
     for (size_t j = 0; j < fields_.size(); ++j) {
       if (j != 0) out_[used_++] = ',';
-      value(fields_[j], options_.types[j]);
+      value(fields_[j], j);
     }
   }
   if (ok) {
@@ -742,14 +761,13 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
       }
       while (p < e && *p != d && is_blank(*p)) ++p;
       if (p < e && *p != d) return false;
-      if (!value(trim(scratch_), options_.types[k])) return false;
+      if (!value(trim(scratch_), k)) return false;
     } else {
       const void* q = p < e ? std::memchr(p, d, static_cast<size_t>(e - p)) : nullptr;
       const char* end = q ? static_cast<const char*>(q) : e;
       const char* vend = end;
       while (vend > p && is_blank(vend[-1])) --vend;
-      if (!value(std::string_view(p, static_cast<size_t>(vend - p)), options_.types[k]))
-        return false;
+      if (!value(std::string_view(p, static_cast<size_t>(vend - p)), k)) return false;
       p = end;
     }
     ++k;
@@ -772,8 +790,9 @@ void Rewriter::note_replaced(std::string_view v) {
 
 // Writes one value; false for text in a numeric column (with pad, it is
 // written as missing).
-bool Rewriter::value(std::string_view v, ColumnType type) {
-  if (v.size() <= 4 && is_missing_token(v)) return true;
+bool Rewriter::value(std::string_view v, size_t column) {
+  const ColumnType type = options_.types[column];
+  if (v.size() <= 4 && is_missing_token(v) && (v.empty() || !options_.keep[column])) return true;
   for (const std::string& m : options_.missing)
     if (v == m) return true;
   if (type != ColumnType::kNumeric && type != ColumnType::kCharacter) {

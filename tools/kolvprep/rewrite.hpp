@@ -49,6 +49,7 @@ struct TextOptions {
   size_t columns = 0;
   std::vector<FixedColumn> fixed;
   std::vector<ColumnType> types;  // per column; numeric when not given
+  std::vector<bool> keep;         // per column: missing tokens other than empty are values
   // Delimited lines without dates are copied in one pass when they can be;
   // off, every line takes the full way (the tests compare the two).
   bool one_pass = true;
@@ -100,7 +101,7 @@ class Rewriter {
   bool delimited_line(std::string_view text, bool& misfit);
   bool plain_line(std::string_view text);
   uint64_t special_bytes(uint64_t w) const;
-  bool value(std::string_view v, ColumnType type);
+  bool value(std::string_view v, size_t column);
   void note_replaced(std::string_view v);
   bool flush();
   bool put(const char* data, size_t size);
