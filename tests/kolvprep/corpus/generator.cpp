@@ -238,7 +238,12 @@ Value make_value(Rng& rng, const Column& c, const Dialect& d) {
       v.cell = text_cell(v.raw);
       break;
     case Col::kLetters:
-      for (int i = 0; i < c.width; ++i) v.raw.push_back(static_cast<char>('A' + rng.range(0, 25)));
+      // Letters that spell a missing token (NA, NAN, NULL) would be missing.
+      do {
+        v.raw.clear();
+        for (int i = 0; i < c.width; ++i)
+          v.raw.push_back(static_cast<char>('A' + rng.range(0, 25)));
+      } while (v.raw == "NA" || v.raw == "NAN" || v.raw == "NULL");
       v.cell = text_cell(v.raw);
       break;
     case Col::kDigits: {
