@@ -172,7 +172,9 @@ TEST(CorpusGenerator, CommaSeparatedKindsReadToTheirTruth) {
     const Case c = corpus::make_case(seed);
     if (!plain.count(c.kind)) continue;
     ++checked;
-    const auto records = csv_records(c.text, record_end(c.text));
+    // A byte-order mark is not part of the first name.
+    const std::string text = c.text.rfind("\xEF\xBB\xBF", 0) == 0 ? c.text.substr(3) : c.text;
+    const auto records = csv_records(text, record_end(text));
     ASSERT_EQ(records.size(), c.rows.size() + 1) << seed << " " << c.kind;
     EXPECT_EQ(records[0], c.header) << seed;
     for (size_t r = 0; r < c.rows.size(); ++r) {
