@@ -218,25 +218,38 @@ TEST(Detect, FixedColumnsFromTheColumnsThatLineUp) {
   EXPECT_EQ(f.d.record_length, 12u);
 }
 
-TEST(Detect, WarningsOfEachKind) {
-  const Found f = look("v,t,n\n-999,Iris-versicolor,70000\n-999,a b,1\n1,c,2\n");
-  ASSERT_TRUE(f.ok);
-  const Plan p = make_plan(f.d, "x.csv", "x");
-  const std::vector<std::string> w = report_warnings(f.d, p);
+std::string joined(const std::vector<std::string>& lines) {
   std::string all;
-  for (const std::string& s : w) all += s + "\n";
-  EXPECT_NE(all.find("column V: -999 (2 times) looks like a missing-value code"), std::string::npos)
-      << all;
-  EXPECT_NE(all.find("column t: text up to 15 characters"), std::string::npos) << all;
-  EXPECT_NE(all.find("column t: blanks, tabs or commas inside values (\"a b\", line 3)"),
+  for (const std::string& s : lines) all += s + "\n";
+  return all;
+}
+
+TEST(Detect, WarningsOfEachKind) {
+  const Found f = look(
+      "v,t,n,w\n-999,Iris-versicolor,70000,-12\n-999,a b,1,38\n1,c,2,-9.9\n2,d,3,5\n3,e,4,6\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  const Plan p = make_plan(f.d, "x.csv", "x");
+  const std::string all = joined(report_warnings(f.d, p));
+  // -999 lies far outside 1 to 3; -9.9 among -12 to 38 is a value.
+  EXPECT_NE(all.find("column V: -999 (2 times) lies far outside 1 to 3; --missing -999 makes it "
+                     "missing\n"),
             std::string::npos)
       << all;
-  std::string notes;
-  for (const std::string& s : report_notes(f.d, p)) notes += s + "\n";
-  EXPECT_NE(notes.find("integers beyond the 2-byte range in N"), std::string::npos) << notes;
+  EXPECT_EQ(all.find("column W"), std::string::npos) << all;
+  EXPECT_NE(
+      all.find("column t: text up to 15 bytes (\"Iris-versicolor\"); kolv keeps the first 8\n"),
+      std::string::npos)
+      << all;
+  EXPECT_NE(all.find("column t: blanks, tabs or commas inside values become \"_\" (\"a b\")\n"),
+            std::string::npos)
+      << all;
+  // Every line of the report is short and one line.
+  for (const std::string& line : report_warnings(f.d, p)) EXPECT_LE(line.size(), 100u) << line;
+  const std::string notes = joined(report_notes(f.d, p));
+  EXPECT_NE(notes.find("integers too large for 2-byte output (OUTTYP I) in N\n"), std::string::npos)
+      << notes;
   const Found m = look("a,b\n1,NA\n?,2\n3,N/A\n");
-  std::string missing;
-  for (const std::string& s : report_notes(m.d, make_plan(m.d, "m.csv", "m"))) missing += s + "\n";
+  const std::string missing = joined(report_notes(m.d, make_plan(m.d, "m.csv", "m")));
   EXPECT_NE(missing.find("missing values: 3 in 2 columns (\"?\", \"NA\", \"N/A\")"),
             std::string::npos)
       << missing;
@@ -250,7 +263,8 @@ TEST(Detect, WholeNumbersBeyondEveryIntegerType) {
   EXPECT_TRUE(f.d.columns[1].integers);
   std::string notes;
   for (const std::string& s : report_notes(f.d, make_plan(f.d, "w.csv", "w"))) notes += s + "\n";
-  EXPECT_NE(notes.find("integers beyond the 2-byte range in B"), std::string::npos) << notes;
+  EXPECT_NE(notes.find("integers too large for 2-byte output (OUTTYP I) in B"), std::string::npos)
+      << notes;
   const Found g = look("  1\n  1.0e+064\n");
   ASSERT_TRUE(g.ok) << g.error;
   EXPECT_FALSE(g.d.columns[0].integers);

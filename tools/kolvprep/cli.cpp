@@ -24,23 +24,35 @@ namespace kolvprep {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: kolvprep [--name NAME] [--force] [--full] FILE\n"
+    "usage: kolvprep [--name NAME] [--force] [--full] [--delimiter C] [--quote C]\n"
+    "                [--header N | --no-header] [--skip N] [--cuts A-B,...]\n"
+    "                [--text-columns LIST] [--numeric-columns LIST]\n"
+    "                [--missing TOKEN,...] [--misfits=reject|pad] FILE\n"
     "       kolvprep --text OPTIONS FILE\n"
     "       kolvprep --help | --version\n";
 
 constexpr const char* kHelp =
     "kolvprep looks at a text file of values and writes NAME.cmd, a kolv command\n"
     "file that converts it into NAME.dat; the last line it prints is the shell\n"
-    "command that does the conversion.\n"
+    "command that does the conversion and checks the data set. Every choice it\n"
+    "guesses can be given instead (--opt VALUE or --opt=VALUE):\n"
     "\n"
-    "  --name NAME   name of the command file and the data set (default: FILE's\n"
-    "                base name without its extension)\n"
-    "  --force       replace an existing NAME.cmd\n"
-    "  --full        read the whole file (default: a sample of a few MiB)\n"
-    "  --text        write FILE to standard output in the form the command file\n"
-    "                reads; OPTIONS (as kolvprep prints them): --layout=L --skip=N\n"
-    "                --comment=hash|percent --columns=N --fixed=A-B,...\n"
-    "                --date=K,... --time=K,... --datetime=K,...\n"
+    "  --name NAME          name of NAME.cmd, NAME.dat and NAME.rejects (default:\n"
+    "                       FILE's base name without its extension)\n"
+    "  --force              replace an existing NAME.cmd\n"
+    "  --full               read the whole file (default: a sample of a few MiB)\n"
+    "  --delimiter C        , ; | tab blank, or any other single byte\n"
+    "  --quote C            \" ' or none\n"
+    "  --header N           N header rows (--no-header: none)\n"
+    "  --skip N             lines before the table, dropped\n"
+    "  --cuts A-B,...       fixed columns, 1-based inclusive byte positions\n"
+    "  --text-columns LIST  columns read as character (numbers or header names)\n"
+    "  --numeric-columns LIST  columns read as numbers\n"
+    "  --missing TOKEN,...  further tokens for a missing value\n"
+    "  --misfits=reject     records that do not fit the table go to NAME.rejects\n"
+    "  --misfits=pad        they are kept: absent fields missing, extra dropped\n"
+    "  --text               write FILE in the form the command file reads (its\n"
+    "                       options are those kolvprep prints; see kolvprep(1))\n"
     "  --help, --version\n";
 
 void say(FILE* err, const std::string& text) {
@@ -202,10 +214,24 @@ int run_prepare(const std::string& file, std::string name, bool force, bool full
       ++dated;
   }
   std::string r = file + ": " + layout_summary(d) + "\n";
-  r += std::to_string(d.data_lines) + " data lines" + (d.whole_file ? "" : " in the sample") +
-       "; " + std::to_string(d.columns.size()) + " columns: " + std::to_string(numeric) +
+  // Which choices were guessed and which given.
+  std::string guessed, chosen;
+  auto choice = [&](bool given_here, const std::string& what) {
+    std::string& list = given_here ? chosen : guessed;
+    list += (list.empty() ? "" : ", ") + what;
+  };
+  choice(d.layout_given, d.layout == Layout::kFixed ? "fixed columns" : "delimiter");
+  if (d.layout != Layout::kFixed) choice(d.quote_given, "quote");
+  choice(d.header_given,
+         std::to_string(d.header_rows) + (d.header_rows == 1 ? " header row" : " header rows"));
+  choice(d.skip_given, "lines before the table");
+  if (!chosen.empty()) r += "given: " + chosen + "\n";
+  r += "guessed: " + (guessed.empty() ? std::string("nothing") : guessed) + "\n";
+  r += std::to_string(d.data_lines) + (d.data_lines == 1 ? " record" : " records") +
+       (d.whole_file ? "" : " in the sample") + "; " + std::to_string(d.columns.size()) +
+       (d.columns.size() == 1 ? " column: " : " columns: ") + std::to_string(numeric) +
        " numeric, " + std::to_string(character) + " character";
-  if (dated) r += ", " + std::to_string(dated) + " dates or times";
+  if (dated) r += ", " + std::to_string(dated) + " of dates or times";
   r += "\n";
   for (const std::string& n : report_notes(d, plan)) r += "note: " + n + "\n";
   for (const std::string& w : report_warnings(d, plan)) r += "warning: " + w + "\n";

@@ -307,13 +307,14 @@ bool fields_hold_number_runs(Layout layout, const std::vector<std::string_view>&
 }
 
 // Column classes of a fixed layout, per byte position.
-constexpr unsigned kBlankByte = 1, kNumberByte = 2, kOtherByte = 4, kSignByte = 8;
+constexpr unsigned kBlankByte = 1, kNumberByte = 2, kOtherByte = 4, kSignByte = 8, kTokenByte = 16;
 
 bool all_numbers(const std::vector<std::string_view>& lines, FixedColumn c) {
   for (std::string_view line : lines) {
     if (c.start >= line.size()) continue;
     const std::string_view v = trim(line.substr(c.start, c.width));
-    if (!v.empty() && !is_kolv_number(v)) return false;
+    // Numbers, dates, times and missing tokens are each one value.
+    if (!v.empty() && classify(v) == ValueKind::kText) return false;
   }
   return true;
 }
@@ -322,10 +323,27 @@ std::vector<FixedColumn> find_fixed_columns(const std::vector<std::string_view>&
   size_t width = 0;
   for (std::string_view l : lines) width = std::max(width, l.size());
   std::vector<unsigned> cls(width, 0);
+  std::vector<bool> token;
   for (std::string_view l : lines) {
+    // A missing-value token ("NaN", "NA") stands for a value of any kind:
+    // its bytes are neither blank nor text.
+    token.assign(l.size(), false);
+    for (size_t p = 0; p < l.size();) {
+      if (l[p] == ' ') {
+        ++p;
+        continue;
+      }
+      size_t q = p;
+      while (q < l.size() && l[q] != ' ') ++q;
+      if (is_missing_token(l.substr(p, q - p)))
+        for (size_t i = p; i < q; ++i) token[i] = true;
+      p = q;
+    }
     for (size_t p = 0; p < width; ++p) {
       const char c = p < l.size() ? l[p] : ' ';
-      if (c == ' ') {
+      if (p < l.size() && token[p]) {
+        cls[p] |= kTokenByte;
+      } else if (c == ' ') {
         cls[p] |= kBlankByte;
       } else if (c == '+' || c == '-') {
         cls[p] |= kNumberByte | kSignByte;
@@ -415,7 +433,6 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
       if (v.find_first_not_of("0123456789") == std::string_view::npos) {
         if (col.number_width == 0 && !col.other_numbers) col.number_width = v.size();
         if (col.number_width != v.size()) col.other_numbers = true;
-        col.digit_codes += v[0] != '0';
       } else {
         col.other_numbers = true;
       }
@@ -462,11 +479,11 @@ void settle_type(Column& col) {
                        size_t{col.datetimes > 0};
   if (col.texts > 0 || kinds > 1) {
     col.type = ColumnType::kCharacter;
-  } else if (col.zero_codes > 0 && col.digit_codes > 0 && !col.other_numbers &&
-             col.number_width >= 3) {
-    // Codes of one width, some with leading zeros ("00501", "10001"): kept
-    // as written. Where every value begins with "0", the zeros only pad
-    // numbers to a width, and they are numbers.
+  } else if (col.zero_codes > 0 && !col.other_numbers && col.number_width >= 3 &&
+             col.number_width <= 8) {
+    // Codes of one width with leading zeros ("00501"): kept as written.
+    // Two digits ("01") are months, days or hours, and numbers; codes
+    // wider than the 8 bytes kolv keeps of a text stay whole as numbers.
     col.type = ColumnType::kCharacter;
   } else if (col.dates > 0) {
     col.type = ColumnType::kDate;
@@ -630,7 +647,29 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     d.quote_given = true;
     quotings.push_back({given.quote, false});
   } else {
-    quotings = {{'"', false}, {'\'', false}, {'"', true}};
+    // The quote is the one that wraps whole fields most often (the double
+    // quote when neither does); its escape is scored below.
+    size_t wrapped[2] = {0, 0};
+    const char quotes[2] = {'"', '\''};
+    for (size_t i = first_content; i < sample.lines.size() && i < first_content + 2000; ++i) {
+      const std::string_view line = sample.lines[i].text;
+      for (int q = 0; q < 2; ++q) {
+        for (size_t at = line.find(quotes[q]); at != std::string_view::npos;
+             at = line.find(quotes[q], at + 1)) {
+          // A quote at a field's start whose partner ends a field.
+          const bool starts = at == 0 || std::strchr(",;|\t ", line[at - 1]) != nullptr;
+          if (!starts) continue;
+          const size_t close = line.find(quotes[q], at + 1);
+          if (close == std::string_view::npos) break;
+          const bool ends =
+              close + 1 == line.size() || std::strchr(",;|\t \r", line[close + 1]) != nullptr;
+          wrapped[q] += ends;
+          at = close;
+        }
+      }
+    }
+    const char q = wrapped[1] > wrapped[0] ? '\'' : '"';
+    quotings = {{q, false}, {q, true}};
   }
   const Layout delimited[] = {Layout::kComma, Layout::kTab, Layout::kSemicolon, Layout::kPipe};
   struct Candidate {
@@ -699,11 +738,16 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (rival != nullptr && rival->score.columns >= 2 && rival->score.share >= 0.9 &&
         rival->score.value() > best.value() - 0.02 &&
         (rival->layout != d.layout || rival->quoting.quote != quoting.quote)) {
+      // Quoting is in doubt only where the sample holds both kinds of quote.
+      bool both_quotes = false;
+      for (const std::string& c : sample.chunks)
+        both_quotes =
+            both_quotes || (c.find('"') != std::string::npos && c.find('\'') != std::string::npos);
       if (rival->layout != d.layout)
         d.doubts.push_back(std::string(layout_word(rival->layout)) + " reads the file as well as " +
                            layout_word(d.layout) + "; --delimiter settles it");
-      else
-        d.doubts.push_back("two kinds of quoting read the file alike; --quote settles it");
+      else if (both_quotes && rival->quoting.backslash == quoting.backslash)
+        d.doubts.push_back("both kinds of quote read the file alike; --quote settles it");
     }
   }
   records = lines_of(quoting, have_delimited ? d.layout : Layout::kBlank, d.delimiter);
@@ -763,9 +807,12 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     if (fixed.size() >= 2 &&
         (blank.share < 1.0 ? fixed.size() >= blank.columns : fixed.size() > blank.columns)) {
       d.layout = Layout::kFixed;
-      d.doubts.push_back(
-          "fixed columns were guessed from where the lines change; --cuts settles "
-          "them");
+      std::string cuts;
+      for (const FixedColumn& f : fixed)
+        cuts += (cuts.empty() ? "" : ",") + number_text(f.start + 1) + "-" +
+                number_text(f.start + f.width);
+      if (cuts.size() > 40) cuts = cuts.substr(0, 40) + "...";
+      d.doubts.push_back("fixed columns guessed as " + cuts + "; --cuts settles them");
     } else if (blank.share >= 0.9) {
       d.layout = Layout::kBlank;
       best = score_layout(Layout::kBlank, texts, quoting);
@@ -807,24 +854,68 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     }
   }
 
+  // A second table: after a blank line, a row of names over columns of
+  // numbers, or two rows of another shape. The table ends before it; the
+  // rest is set apart.
+  for (size_t k = start + 2; k < texts.size() && records[k].number != 0; ++k) {
+    bool blank_before = false;
+    for (size_t i = records[k - 1].line + 1; i < records[k].line; ++i)
+      blank_before = blank_before || trim(sample.lines[i].text).empty();
+    if (!blank_before) continue;
+    bool boundary = false;
+    if (!fits(k)) {
+      // Lines to the end of the file that do not fit are notes under the
+      // table; two of another shape begin another table.
+      bool rest_unfit = sample.whole_file;
+      for (size_t r = k + 1; rest_unfit && r < texts.size(); ++r) rest_unfit = !fits(r);
+      boundary = rest_unfit || (k + 1 < texts.size() && !fits(k + 1));
+    } else {
+      std::vector<std::string> row(fields.begin(), fields.end());
+      std::vector<size_t> values(n, 0), words(n, 0);
+      for (size_t r = start + 1; r < k; ++r) {
+        if (!fits(r)) continue;
+        for (size_t j = 0; j < n; ++j) {
+          const ValueKind kind = classify(fields[j]);
+          values[j] += kind != ValueKind::kText && kind != ValueKind::kMissing;
+          words[j] += kind == ValueKind::kText;
+        }
+      }
+      bool names = true, over_values = false;
+      for (size_t j = 0; j < n; ++j) {
+        const ValueKind kind = classify(row[j]);
+        names = names && (kind == ValueKind::kText || kind == ValueKind::kMissing);
+        over_values = over_values || (kind == ValueKind::kText && values[j] > 0 && words[j] == 0);
+      }
+      boundary = names && over_values;
+    }
+    if (boundary) {
+      d.table_end = records[k].number;
+      d.rest_lines = sample.whole_file ? sample.start_lines - (records[k].number - 1) : 0;
+      texts.resize(k);
+      records.resize(k);
+      break;
+    }
+  }
+
   // Decimal commas: a layout other than commas whose numbers-to-be hold
   // one comma each ("3,14", "1.234,5").
   std::string converted;
   if (d.layout != Layout::kComma) {
-    size_t with_comma = 0, plain = 0, other = 0;
+    // Per column: values with a decimal comma, and other values holding a
+    // comma (text such as "Reno, NV").
+    std::vector<size_t> with_comma(n, 0), other(n, 0);
     for (size_t k = start + 1; k < texts.size() && k < start + 2000; ++k) {
       if (!fits(k)) continue;
-      for (std::string_view f : fields) {
-        if (f.find(',') == std::string_view::npos) {
-          plain += is_kolv_number(f);
-        } else if (decimal_comma_number(f, converted)) {
-          ++with_comma;
-        } else {
-          ++other;
-        }
+      for (size_t j = 0; j < n; ++j) {
+        if (fields[j].find(',') == std::string_view::npos) continue;
+        if (decimal_comma_number(fields[j], converted))
+          ++with_comma[j];
+        else
+          ++other[j];
       }
     }
-    d.decimal_comma = with_comma > 0 && with_comma >= other * 4;
+    for (size_t j = 0; j < n; ++j)
+      d.decimal_comma = d.decimal_comma || (with_comma[j] > 0 && with_comma[j] >= other[j] * 4);
   }
   auto cell = [&](std::string_view v) -> std::string_view {
     if (d.decimal_comma && v.find(',') != std::string_view::npos &&
@@ -870,10 +961,11 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       const bool ok = splitter.split(rec.text, fields);
       if (!ok || fields.size() != n) {
         if (++d.misfits <= 5) {
-          d.misfit_notes.push_back(
-              where(rec.number) + ": " +
-              (ok ? number_text(fields.size()) + " fields where " + number_text(n) + " are expected"
-                  : std::string("a quote out of place")));
+          d.misfit_notes.push_back(where(rec.number) + ": " +
+                                   (ok ? number_text(fields.size()) +
+                                             (fields.size() == 1 ? " field" : " fields") +
+                                             " where " + number_text(n) + " are expected"
+                                       : std::string("a quote out of place")));
         }
         continue;
       }
@@ -909,11 +1001,49 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
   // rows after it (never typed with them): a text field where its column
   // holds numbers, dates or times; or, when every column is text, names
   // that never occur again in their columns.
+  // Which fields of a record were written in quotes.
+  Splitter raw_splitter(d.layout, fixed, Quoting{0, false}, d.delimiter);
+  auto quoted_fields = [&](size_t row) {
+    std::vector<bool> quoted(n, false);
+    const char q = d.quoting.quote;
+    if (q == 0 || !raw_splitter.split(texts[row], fields) || fields.size() != n) return quoted;
+    for (size_t j = 0; j < n; ++j)
+      quoted[j] = fields[j].size() >= 2 && fields[j].front() == q && fields[j].back() == q;
+    return quoted;
+  };
   auto header_like = [&](size_t row) {
     if (row + 1 >= texts.size() || !fits(row)) return false;
-    std::vector<std::string> head(fields.begin(), fields.end());
+    std::vector<std::string> head;
+    for (std::string_view f : fields) head.emplace_back(cell(f));
+    if (row > start) {
+      // A further header row holds no numbers, dates or times.
+      for (const std::string& h : head) {
+        const ValueKind k = classify(h);
+        if (k != ValueKind::kText && k != ValueKind::kMissing) return false;
+      }
+    }
     type_from(row + 1);
     if (d.data_lines == 0) return false;
+    // Names in quotes over columns of unquoted numbers ("1960","1961").
+    {
+      const std::vector<bool> head_quoted = quoted_fields(row);
+      bool names_quoted = false, values_quoted = false;
+      for (size_t j = 0; j < n; ++j) {
+        if (d.columns[j].type == ColumnType::kNumeric && d.columns[j].numbers > 0) {
+          if (!head_quoted[j]) {
+            names_quoted = false;
+            break;
+          }
+          names_quoted = true;
+        }
+      }
+      for (size_t k = row + 1; names_quoted && k < texts.size() && k < row + 50; ++k) {
+        const std::vector<bool> q = quoted_fields(k);
+        for (size_t j = 0; j < n; ++j)
+          values_quoted = values_quoted || (q[j] && d.columns[j].type == ColumnType::kNumeric);
+      }
+      if (names_quoted && !values_quoted) return true;
+    }
     bool text_over_values = false;
     bool all_text = true;
     size_t texts_in_values = 0, value_columns = 0;
@@ -981,7 +1111,7 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
         h += std::string(fields[j]);
       }
     }
-    if (given.header < 0 && d.data_lines > 0 && d.data_lines < 5)
+    if (given.header < 0 && d.data_lines > 0 && d.data_lines < 3)
       d.doubts.push_back("line " + number_text(d.header_line) +
                          " was taken for names on little evidence; --header or --no-header "
                          "settles it");
@@ -1085,7 +1215,10 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       for (char& ch : folded_name)
         ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
       if (folded_header != folded_name) {
-        d.name_notes.push_back("\"" + c.header.substr(0, 40) + "\" is named " + name);
+        std::string h = c.header.size() > 24 ? c.header.substr(0, 24) + "..." : c.header;
+        for (char& ch : h)
+          if (ch == '\n' || ch == '\r' || ch == '\t') ch = ' ';
+        d.name_notes.push_back("\"" + h + "\" as " + name);
       }
     }
   }

@@ -87,7 +87,6 @@ struct Column {
   // when they differ).
   size_t zero_codes = 0;
   size_t zero_width = 0;
-  size_t digit_codes = 0;      // numbers of digits only, the first not "0"
   size_t number_width = 0;     // the one width of numbers written in digits only (0: none)
   bool other_numbers = false;  // a number not written in digits only, or of another width
   // Dates such as 01/02/2000 that may be day/month or month/day.
@@ -134,6 +133,8 @@ struct Detection {
   // Weak evidence, each one line naming the option that settles it.
   std::vector<std::string> doubts;
   uint64_t joined_records = 0;             // records of the sample that span lines
+  uint64_t table_end = 0;                  // the line where another table begins (0: none)
+  uint64_t rest_lines = 0;                 // lines from there on, when the whole file was read
   uint64_t foreign_rows = 0;               // rows of text amid numbers (a heading, a note)
   std::vector<std::string> column_errors;  // --text-columns names not found
   size_t skip = 0;   // lines dropped before the data, counted from the file's start

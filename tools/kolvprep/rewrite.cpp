@@ -1,5 +1,6 @@
 #include "rewrite.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstring>
@@ -100,6 +101,10 @@ bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error)
       if (comma == std::string_view::npos) break;
       text.remove_prefix(comma + 1);
     }
+    return true;
+  }
+  if (key == "--end") {
+    if (!read_count(value, o.end) || o.end == 0) return false;
     return true;
   }
   if (key == "--skip") {
@@ -209,6 +214,7 @@ std::vector<std::string> text_options_for(const Detection& d) {
     out.push_back(m);
   }
   if (d.skip != 0) out.push_back("--skip=" + std::to_string(d.skip));
+  if (d.table_end != 0) out.push_back("--end=" + std::to_string(d.table_end));
   if (d.comment != 0) out.push_back(std::string("--comment=") + comment_word(d.comment));
   out.push_back("--columns=" + std::to_string(d.columns.size()));
   if (d.layout == Layout::kFixed) {
@@ -391,6 +397,9 @@ bool Rewriter::finish() {
     warn_(std::to_string(padded_) + " records in all did not fit the table and were padded");
   if (replaced_ > 3)
     warn_(std::to_string(replaced_) + " values in all had blanks, tabs or commas written as \"_\"");
+  if (left_out_ != 0)
+    warn_(std::to_string(left_out_) + " lines from line " + std::to_string(options_.end) +
+          " on (notes or another table) left out");
   if (joined_ != 0)
     warn_(std::to_string(joined_) + (joined_ == 1 ? " record holds" : " records hold") +
           " line ends inside quoted values; each written as \"_\"");
@@ -404,6 +413,10 @@ void Rewriter::line(std::string_view text) {
     if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.remove_prefix(3);
   }
   if (line_number_ <= options_.skip) return;
+  if (options_.end != 0 && line_number_ >= options_.end) {
+    ++left_out_;
+    return;
+  }
   take_line(line_number_, text);
 }
 
@@ -412,8 +425,13 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     const std::string_view t = trim(text);
     if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
     tracker_.reset();
+    // A quote left open where the line, its quotes taken for text, holds
+    // just the table's fields is a stray quote, not a value going on.
+    const bool stray = delimiter_ != 0 &&
+                       static_cast<size_t>(std::count(text.begin(), text.end(), delimiter_)) + 1 ==
+                           options_.columns;
     if (options_.quoting.quote == 0 || options_.layout == Layout::kFixed ||
-        !tracker_.open_after(text)) {
+        !tracker_.open_after(text) || stray) {
       if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
       record(number, text, false);
       return;
@@ -551,8 +569,8 @@ void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
     if (text_in_number) {
       why = "text in a numeric column";
     } else if (splitter_.split(text, fields_)) {
-      why = std::to_string(fields_.size()) + " fields where " + std::to_string(options_.columns) +
-            " are expected";
+      why = std::to_string(fields_.size()) + (fields_.size() == 1 ? " field" : " fields") +
+            " where " + std::to_string(options_.columns) + " are expected";
     } else {
       why = "a quote out of place";
     }

@@ -44,6 +44,7 @@ struct TextOptions {
   std::string rejects;               // the file of set-aside records (--text's own business)
   std::vector<std::string> missing;  // missing-value tokens beside the usual ones
   uint64_t skip = 0;                 // lines dropped at the start
+  uint64_t end = 0;                  // lines from this one on are dropped (another table; 0: none)
   char comment = 0;                  // lines beginning with it are dropped
   size_t columns = 0;
   std::vector<FixedColumn> fixed;
@@ -133,6 +134,7 @@ class Rewriter {
   uint64_t padded_ = 0;
   uint64_t repaired_ = 0;
   uint64_t joined_ = 0;
+  uint64_t left_out_ = 0;
   uint64_t numeric_text_ = 0;  // misfits for text in a numeric column
   uint64_t replaced_ = 0;
   bool first_line_ = true;
