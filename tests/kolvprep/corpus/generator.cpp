@@ -456,9 +456,17 @@ void write_table(Case& k, Writer& w, const Table& t, const Dialect& d, bool head
   }
 }
 
-Dialect plain_dialect(Rng& rng) {
+// The dialect a case starts from: mostly commas and LF, but any of the
+// delimiters, record ends and quoting habits, so that every kind meets them;
+// a kind then sets what it is about.
+Dialect background_dialect(Rng& rng) {
   Dialect d;
   d.final_eol = !rng.chance(15);
+  const int delim = rng.range(1, 100);
+  d.delim = delim <= 55 ? ',' : delim <= 70 ? ';' : delim <= 90 ? '\t' : '|';
+  const int eol = rng.range(1, 100);
+  d.eol = eol <= 70 ? "\n" : eol <= 95 ? "\r\n" : "\r";
+  d.quote_text = rng.chance(20);
   return d;
 }
 
@@ -516,6 +524,9 @@ void fixed_case(Case& k, Rng& rng, bool touching) {
   }
   take_truth(k, t, header);
   k.text = w.finish();
+  k.delimiter = 0;
+  k.quote = 0;
+  k.record_end = d.eol;
 }
 
 }  // namespace
@@ -548,7 +559,7 @@ Case make_case(uint64_t seed) {
   k.file = "export.csv";
   Rng rng(seed);
   const std::string& kind = k.kind;
-  Dialect d = plain_dialect(rng);
+  Dialect d = background_dialect(rng);
   size_t rows = static_cast<size_t>(rng.range(15, 60));
   std::vector<Col> extra;
   bool header = true;
@@ -559,8 +570,10 @@ Case make_case(uint64_t seed) {
     return k;
   }
 
-  if (kind == "comma" || kind == "eol_lf") {
-    // as drawn
+  if (kind == "comma") {
+    d.delim = ',';
+  } else if (kind == "eol_lf") {
+    d.eol = "\n";
   } else if (kind == "semicolon") {
     d.delim = ';';
   } else if (kind == "tab") {
@@ -759,6 +772,10 @@ Case make_case(uint64_t seed) {
   }
   take_truth(k, t, header);
   k.text = w.finish();
+  k.delimiter = d.delim;
+  k.quote = d.quote;
+  k.backslash = d.backslash;
+  k.record_end = d.eol;
   if (bom) k.text.insert(0, "\xEF\xBB\xBF");
   return k;
 }

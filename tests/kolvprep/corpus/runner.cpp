@@ -223,6 +223,15 @@ bool write_case(const Case& c, const std::string& dir, std::string& error, bool&
   truth += c.kind;
   truth += "\nfile ";
   truth += c.file;
+  truth += "\ndelimiter ";
+  truth += c.delimiter == 0      ? std::string("blanks or fixed columns")
+           : c.delimiter == '\t' ? std::string("tab")
+                                 : std::string(1, c.delimiter);
+  truth += ", quote ";
+  truth += c.quote == 0 ? std::string("none") : std::string(1, c.quote);
+  truth += c.backslash ? " escaped by a backslash" : "";
+  truth += ", record end ";
+  truth += escaped(c.record_end);
   truth += "\nnames";
   for (const std::string& h : c.header) {
     truth += " [";
