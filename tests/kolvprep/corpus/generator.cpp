@@ -1,6 +1,7 @@
 #include "generator.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -547,9 +548,10 @@ std::string text_value(const std::string& value) {
 std::string describe(const Cell& cell) {
   if (cell.what == Cell::kMissing) return ".";
   if (cell.what == Cell::kText) return "\"" + cell.text + "\"";
+  // The shortest text that reads back to the same double.
   char b[40];
-  std::snprintf(b, sizeof b, "%.17g", cell.number);
-  return b;
+  const auto end = std::to_chars(b, b + sizeof b, cell.number).ptr;
+  return std::string(b, end);
 }
 
 Case make_case(uint64_t seed) {
