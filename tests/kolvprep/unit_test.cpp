@@ -427,5 +427,419 @@ TEST(Rewrite, OptionsOfADetectionRoundTrip) {
   EXPECT_EQ(o.types[1], ColumnType::kTime);
 }
 
+// ---- Quoting across lines, dialects, dates ----
+
+TEST(QuoteTracker, OpenOnlyInsideAQuotedValue) {
+  QuoteTracker t(',', Quoting{'"', false});
+  EXPECT_TRUE(t.open_after("1,\"two"));
+  t.open_after("\n");
+  EXPECT_FALSE(t.open_after("lines\",3"));
+  t.reset();
+  // A doubled quote is text; a quote inside unquoted text is text.
+  EXPECT_FALSE(t.open_after("1,\"a \"\"b\"\"\",c 5\" wide"));
+  t.reset();
+  EXPECT_TRUE(t.open_after("1,\"a \"\""));
+  QuoteTracker b(',', Quoting{'\'', true});
+  EXPECT_TRUE(b.open_after("'it\\'s"));
+  b.reset();
+  EXPECT_FALSE(b.open_after("'it\\'s',2"));
+  QuoteTracker blank(0, Quoting{'"', false});
+  EXPECT_TRUE(blank.open_after("1  \"a b"));
+}
+
+TEST(Splitter, SingleQuotesBackslashesAndOtherDelimiters) {
+  std::vector<std::string_view> f;
+  Splitter single(Layout::kComma, {}, Quoting{'\'', false});
+  ASSERT_TRUE(single.split("1,'Smith, J',\"x\"", f));
+  ASSERT_EQ(f.size(), 3u);
+  EXPECT_EQ(f[1], "Smith, J");
+  EXPECT_EQ(f[2], "\"x\"");
+  Splitter backslash(Layout::kComma, {}, Quoting{'"', true});
+  ASSERT_TRUE(backslash.split("\"say \\\"hi\\\"\",2", f));
+  EXPECT_EQ(f[0], "say \"hi\"");
+  Splitter other(Layout::kOther, {}, Quoting{'"', false}, ':');
+  ASSERT_TRUE(other.split("a:\"b:c\":d", f));
+  ASSERT_EQ(f.size(), 3u);
+  EXPECT_EQ(f[1], "b:c");
+  Splitter none(Layout::kComma, {}, Quoting{0, false});
+  ASSERT_TRUE(none.split("\"a,b\"", f));
+  EXPECT_EQ(f.size(), 2u);
+}
+
+TEST(Classify, DatesWhoseReadingIsCertain) {
+  std::string out;
+  EXPECT_TRUE(any_date("2015/01/31", &out));
+  EXPECT_EQ(out, "20150131");
+  out.clear();
+  EXPECT_TRUE(any_date("31.01.2015", &out));
+  EXPECT_EQ(out, "20150131");
+  out.clear();
+  EXPECT_TRUE(any_date("Jan 1 2000", &out));
+  EXPECT_EQ(out, "20000101");
+  out.clear();
+  EXPECT_TRUE(any_date("Sep 9, 1999", &out));
+  EXPECT_EQ(out, "19990909");
+  out.clear();
+  EXPECT_TRUE(any_date("5 March 2001", &out));
+  EXPECT_EQ(out, "20010305");
+  out.clear();
+  EXPECT_TRUE(any_datetime("2015/01/01 01:00:00", &out));
+  EXPECT_EQ(out, "20150101010000");
+  out.clear();
+  EXPECT_TRUE(any_datetime("Jan 1 2000 13:05", &out));
+  EXPECT_EQ(out, "20000101130500");
+  EXPECT_FALSE(any_date("Jan 1"));
+  EXPECT_FALSE(any_date("2015/13/01"));
+  EXPECT_FALSE(any_date("Janet 1 2000"));
+  // Day/month or month/day: never a date.
+  EXPECT_FALSE(any_date("01/02/2000"));
+  int a = 0, b = 0;
+  EXPECT_TRUE(ambiguous_date("01/02/2000", &a, &b));
+  EXPECT_EQ(a, 1);
+  EXPECT_EQ(b, 2);
+  EXPECT_TRUE(ambiguous_date("13/02/2000 10:00"));
+  EXPECT_FALSE(ambiguous_date("13/14/2000"));
+  EXPECT_EQ(classify("2015/01/01 01:00:00"), ValueKind::kDateTime);
+  EXPECT_EQ(classify("01/02/2000"), ValueKind::kText);
+}
+
+// ---- The detector on exports it was never shown ----
+
+Found look_with(const std::string& text, const Overrides& given) {
+  Found f;
+  Sample s;
+  if (!sample_from_bytes(text, true, text.size(), s, f.error)) return f;
+  f.ok = detect(s, given, f.d, f.error);
+  return f;
+}
+
+TEST(Detect, HeaderComparedWithTheRowsAfterIt) {
+  // A byte-order mark, CRLF and an empty first name; names like "GDP (bn)"
+  // and a repeated one; names that are years in quotes.
+  Found f = look("\xEF\xBB\xBF,x,y\r\n1,2.5,3\r\n2,3.5,4\r\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.header);
+  EXPECT_EQ(f.d.columns[0].name, "V1");
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kNumeric);
+  f = look("GDP (bn),growth %,growth %\n1,2,3\n4,5,6\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.header);
+  EXPECT_EQ(f.d.columns[2].name, "GROWTH_2");
+  EXPECT_EQ(
+      joined(report_notes(f.d, make_plan(f.d, "g.csv", "g")))
+          .find("names changed: \"GDP (bn)\" as GDP_BN, \"growth %\" as GROWTH, \"growth %\" as "
+                "GROWTH_2\n"),
+      std::string("line 1 is a header line: its fields give the names\n").size());
+  f = look("\"name\",\"1960\",\"1961\"\n\"a\",1,2\n\"b\",3,4\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.header);
+  EXPECT_EQ(f.d.columns[1].name, "V1960");
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kNumeric);
+  // Quoted numbers everywhere are data.
+  f = look("\"1\",\"2\"\n\"3\",\"4\"\n\"5\",\"6\"\n");
+  EXPECT_FALSE(f.d.header);
+}
+
+TEST(Detect, SeveralHeaderRowsAndNamesAlone) {
+  Found f = look("region,sales,sales\n,2020,2021\nnorth,1,2\nsouth,3,4\nwest,5,6\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  // The second row holds numbers ("2020"): one header row only.
+  EXPECT_EQ(f.d.header_rows, 1u);
+  f = look("id,price,price\n,in euro,in dollar\n1,2,3\n4,5,6\n7,8,9\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.header_rows, 2u);
+  EXPECT_EQ(f.d.columns[1].header, "price in euro");
+  EXPECT_EQ(f.d.skip, 2u);
+  f = look("a,b,c\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.data_lines, 0u);
+  EXPECT_EQ(f.d.columns.size(), 3u);
+  EXPECT_EQ(f.d.columns[2].name, "C");
+}
+
+TEST(Detect, PreambleNotesAndAnotherTable) {
+  Found f = look("Report of sales\nMade today\n\na,b\n1,2\n3,4\n5,6\n\nNote: in thousands.\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.header_line, 4u);
+  EXPECT_EQ(f.d.skip, 4u);
+  EXPECT_EQ(f.d.table_end, 9u);
+  EXPECT_EQ(f.d.data_lines, 3u);
+  f = look("a,b\n1,2\n3,4\n5,6\n\nname,when\nx,2020-01-01\ny,2020-01-02\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.table_end, 6u);
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kNumeric);
+  const std::vector<std::string> options = text_options_for(f.d);
+  EXPECT_NE(std::find(options.begin(), options.end(), "--end=6"), options.end());
+}
+
+TEST(Detect, QuotingRecordEndsAndDecimalCommas) {
+  Found f = look("id,name,v\n1,'Smith, J',2\n2,'Doe, A',3\n3,'Roe, B',4\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.quoting.quote, '\'');
+  EXPECT_EQ(f.d.columns.size(), 3u);
+  f = look("a,b\r1,2\r3,4\r5,6\r");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.cr_records);
+  EXPECT_EQ(f.d.data_lines, 3u);
+  f = look("\"id\",\"text\"\r\n\"1\",\"two\r\nlines\"\r\n\"2\",\"x\"\r\n\"3\",\"y\"\r\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.columns.size(), 2u);
+  EXPECT_EQ(f.d.data_lines, 3u);
+  EXPECT_EQ(f.d.joined_records, 1u);
+  EXPECT_EQ(f.d.misfits, 0u);
+  f = look("place;v;w\nReno, NV;1,5;2\nOslo;3,25;1.234,5\nRome;4;7,0\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kSemicolon);
+  EXPECT_TRUE(f.d.decimal_comma);
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kNumeric);
+  EXPECT_EQ(f.d.columns[2].type, ColumnType::kNumeric);
+  EXPECT_DOUBLE_EQ(f.d.columns[2].max, 1234.5);
+}
+
+TEST(Detect, BlankAlignedIsNotCutIntoFixedColumns) {
+  const Found f = look(
+      "# comment\n  year    temp   rain       seen\n  1990  -10.06   12.5 2015-03-18\n"
+      "  1991    3.20    NaN 2016-04-19\n  1992   12.00    5.1 2017-05-20\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kBlank);
+  ASSERT_EQ(f.d.columns.size(), 4u);
+  EXPECT_EQ(f.d.columns[1].name, "TEMP");
+  EXPECT_EQ(f.d.columns[3].type, ColumnType::kDate);
+}
+
+TEST(Detect, ValuesKeptAsWrittenAndSaidSo) {
+  std::string text = "zip,month,when,bird\n";
+  const char* birds[] = {"American Bullfrog", "American Robin", "Blue Jay"};
+  for (int i = 0; i < 12; ++i) {
+    char line[96];
+    std::snprintf(line, sizeof line, "%05d,%02d,%02d/%02d/2000,%s\n", 501 + i * 1000, 1 + i,
+                  1 + i % 12, 1 + i % 12, birds[i % 3]);
+    text += line;
+  }
+  const Found f = look(text);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kCharacter);  // 00501 ... 11501
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kNumeric);    // 01 ... 12
+  EXPECT_EQ(f.d.columns[2].type, ColumnType::kCharacter);  // day/month or month/day
+  EXPECT_EQ(f.d.columns[3].distinct, 3u);
+  EXPECT_EQ(f.d.columns[3].distinct_cut, 2u);
+  const std::string all = joined(report_warnings(f.d, make_plan(f.d, "b.csv", "b")));
+  EXPECT_NE(all.find("column zip: codes with leading zeros (\"00501\") kept as text; "
+                     "--numeric-columns reads numbers\n"),
+            std::string::npos)
+      << all;
+  EXPECT_NE(all.find("column when: dates like \"01/01/2000\" may be day/month or month/day; kept "
+                     "as text\n"),
+            std::string::npos)
+      << all;
+  EXPECT_NE(all.find("column bird: 3 distinct values become 2 in the 8 bytes kolv keeps\n"),
+            std::string::npos)
+      << all;
+  // The findings come in column order.
+  EXPECT_LT(all.find("column zip"), all.find("column when"));
+  EXPECT_LT(all.find("column when"), all.find("column bird"));
+}
+
+TEST(Detect, EveryGuessCanBeGiven) {
+  Overrides given;
+  given.layout_given = true;
+  given.layout = Layout::kOther;
+  given.delimiter = ':';
+  given.quote_given = true;
+  given.quote = 0;
+  given.header = 0;
+  given.skip = 1;
+  given.text_columns = {"2"};
+  given.missing = {"-1"};
+  given.pad = true;
+  Found f = look_with("title\n1:2:\"x\n3:-1:y\n", given);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kOther);
+  EXPECT_EQ(f.d.delimiter, ':');
+  EXPECT_EQ(f.d.quoting.quote, 0);
+  EXPECT_FALSE(f.d.header);
+  EXPECT_EQ(f.d.skip, 1u);
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kCharacter);
+  EXPECT_TRUE(f.d.layout_given && f.d.quote_given && f.d.header_given && f.d.skip_given);
+  const std::vector<std::string> o = text_options_for(f.d);
+  for (const char* want : {"--layout=other", "--delimiter=58", "--quote=none", "--skip=1",
+                           "--missing=-1", "--misfits=pad", "--char=2,3"})
+    EXPECT_NE(std::find(o.begin(), o.end(), want), o.end()) << want;
+  Overrides cuts;
+  cuts.cuts = {{0, 2}, {2, 4}, {6, 3}};
+  cuts.numeric_columns = {"2", "3"};
+  f = look_with("AB19901.5\nCD19912.5\n", cuts);
+  ASSERT_TRUE(f.ok) << f.error;
+  ASSERT_EQ(f.d.columns.size(), 3u);
+  EXPECT_DOUBLE_EQ(f.d.columns[1].min, 1990);
+  EXPECT_DOUBLE_EQ(f.d.columns[2].max, 2.5);
+  Overrides header;
+  header.header = 1;
+  f = look_with("1,2\n3,4\n", header);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.columns[0].name, "V1");
+  EXPECT_EQ(f.d.data_lines, 1u);
+  Overrides bad;
+  bad.text_columns = {"nine"};
+  f = look_with("a,b\n1,2\n", bad);
+  EXPECT_FALSE(f.ok);
+  EXPECT_EQ(f.error, "no column nine (columns are 1 to 2 or header names)");
+}
+
+TEST(Detect, WeakEvidenceIsSaidWithTheOptionThatSettlesIt) {
+  const Found f = look("AB19901.5\nCD19912.5\nEF19923.5\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kFixed);
+  const std::string all = joined(report_warnings(f.d, make_plan(f.d, "t.txt", "t")));
+  EXPECT_NE(all.find("fixed columns guessed as 1-2,3-9; --cuts settles them\n"), std::string::npos)
+      << all;
+  const Found h = look("a,b\n1,2\n");
+  EXPECT_NE(joined(report_warnings(h.d, make_plan(h.d, "h.csv", "h")))
+                .find("line 1 was taken for names on little evidence; --header or --no-header "
+                      "settles it\n"),
+            std::string::npos);
+}
+
+TEST(Plan, MisfitsAndSamplesGoThroughTheRewrite) {
+  Found f = look("1,2\n3,4\n5\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.misfits, 1u);
+  EXPECT_FALSE(make_plan(f.d, "a.csv", "a").direct);
+  Sample s;
+  std::string error;
+  ASSERT_TRUE(sample_from_bytes("1,2\n3,4\n", false, 1 << 30, s, error));
+  Detection d;
+  ASSERT_TRUE(detect(s, d, error)) << error;
+  EXPECT_FALSE(make_plan(d, "a.csv", "a").direct);
+}
+
+// ---- The rewrite: records across lines, misfits, pads and repairs ----
+
+struct Rejected {
+  Rewritten r;
+  std::string rejects;
+  uint64_t rejected = 0, padded = 0, repaired = 0, joined = 0;
+};
+
+Rejected rewrite_rejects(const std::string& text, const std::vector<std::string>& args,
+                         size_t piece = 1 << 20) {
+  Rejected x;
+  TextOptions o;
+  std::string error;
+  for (const std::string& a : args) EXPECT_TRUE(parse_text_option(a, o, error)) << a;
+  EXPECT_TRUE(finish_text_options(o, error)) << error;
+  Rewriter rw(
+      o,
+      [&](const char* d, size_t n) {
+        x.r.out.append(d, n);
+        return true;
+      },
+      [&](const std::string& w) { x.r.warnings.push_back(w); },
+      [&](const char* d, size_t n) {
+        x.rejects.append(d, n);
+        return true;
+      });
+  for (size_t at = 0; at < text.size(); at += piece)
+    rw.feed(text.data() + at, std::min(piece, text.size() - at));
+  rw.finish();
+  x.rejected = rw.rejected();
+  x.padded = rw.padded();
+  x.repaired = rw.repaired();
+  x.joined = rw.joined();
+  return x;
+}
+
+TEST(Rewrite, RecordsAcrossLinesAndTheRejectsFile) {
+  const std::string in =
+      "id,text,v\r\n1,\"two\r\nlines\",2\r\n2,x,3,\r\n3,\"a\\b\",4,9\r\n4,y\r\n"
+      "5,\"open,6\r\n6,z,7\r\n";
+  for (size_t piece : {size_t{1}, size_t{3}, size_t{1} << 20}) {
+    const Rejected x =
+        rewrite_rejects(in, {"--layout=comma", "--skip=1", "--columns=3", "--char=2"}, piece);
+    // The line end inside quotes becomes "_"; the empty field after the
+    // last column is dropped; a field too many, one too few and a quote that
+    // never closes are set aside.
+    EXPECT_EQ(x.r.out, "1,two_lines,2\n2,x,3\n6,z,7\n") << piece;
+    EXPECT_EQ(x.rejects, "5\t3,\"a\\\\b\",4,9\n6\t4,y\n7\t5,\"open,6\n") << piece;
+    EXPECT_EQ(x.rejected, 3u);
+    EXPECT_EQ(x.repaired, 1u);
+    EXPECT_EQ(x.joined, 1u);
+  }
+  // Lines that joined do not make a record: the first is set aside, and
+  // the next taken on its own.
+  const Rejected y =
+      rewrite_rejects("1,\"a\r\nb\",2,3\r\n4,5\r\n", {"--layout=comma", "--columns=2", "--char=1"});
+  EXPECT_EQ(y.r.out, "4,5\n");
+  EXPECT_EQ(y.rejects, "1\t1,\"a\n2\tb\",2,3\n");
+  // A record of lines that does not fit is set aside whole: its inner line
+  // ends written as \n, its CRs as \r.
+  const Rejected z = rewrite_rejects("\"x\",\"a\r\nb\"\r\n4,5\r\n", {"--columns=2"});
+  EXPECT_EQ(z.r.out, "4,5\n");
+  EXPECT_EQ(z.rejects, "1\t\"x\",\"a\\r\\nb\"\n");
+}
+
+TEST(Rewrite, PadKeepsMisfits) {
+  const Rejected x =
+      rewrite_rejects("1,2,3\n4,5\n6,7,8,9\n10,x,11\n", {"--columns=3", "--misfits=pad"});
+  EXPECT_EQ(x.r.out, "1,2,3\n4,5,\n6,7,8\n10,,11\n");
+  EXPECT_EQ(x.rejects, "");
+  EXPECT_EQ(x.padded, 3u);
+  ASSERT_EQ(x.r.warnings.size(), 3u);
+  EXPECT_EQ(x.r.warnings[0], "line 2: fields absent or extra; padded");
+  EXPECT_EQ(x.r.warnings[2], "line 4: text in a numeric column made missing; padded");
+}
+
+TEST(Rewrite, DialectOptions) {
+  EXPECT_EQ(
+      rewrite_rejects("a,b\r1,2\r3,4\r", {"--record-end=cr", "--skip=1", "--columns=2"}).r.out,
+      "1,2\n3,4\n");
+  EXPECT_EQ(rewrite_rejects("1;'x;y';3,5\n2;'it''s';1.234,5\n",
+                            {"--layout=semicolon", "--quote=single", "--decimal=comma",
+                             "--columns=3", "--char=2"})
+                .r.out,
+            "1,x;y,3.5\n2,it's,1234.5\n");
+  EXPECT_EQ(rewrite_rejects("1:\"a\\\"b\":-99\n",
+                            {"--layout=other", "--delimiter=58", "--escape=backslash",
+                             "--missing=-99", "--columns=3", "--char=2"})
+                .r.out,
+            "1,a\"b,\n");
+  const Rejected end = rewrite_rejects("a\n1\n2\n\nb\nx\n", {"--skip=1", "--end=4", "--columns=1"});
+  EXPECT_EQ(end.r.out, "1\n2\n");
+  ASSERT_EQ(end.r.warnings.size(), 1u);
+  EXPECT_EQ(end.r.warnings[0], "3 lines from line 4 on (notes or another table) left out");
+  EXPECT_EQ(rewrite_rejects("d,t\n2015/01/31 10:00:00,Jan 5 2000\n",
+                            {"--skip=1", "--columns=2", "--datetime=1", "--date=2"})
+                .r.out,
+            "20150131100000,20000105\n");
+}
+
+TEST(Rewrite, AQuoteThatNeverClosesHoldsBoundedLines) {
+  std::string in = "\"open,1\n";
+  for (size_t i = 0; i < kMaxRecordLines + 10; ++i) in += std::to_string(i) + ",x\n";
+  const Rejected x = rewrite_rejects(in, {"--columns=2", "--char=2"}, 7);
+  EXPECT_EQ(x.rejects, "1\t\"open,1\n");
+  EXPECT_EQ(x.rejected, 1u);
+  size_t lines = 0;
+  for (char c : x.r.out) lines += c == '\n';
+  EXPECT_EQ(lines, kMaxRecordLines + 10);
+}
+
+TEST(Detect, TokensOfTheShapeOfTheCodesAreCodes) {
+  const Found f = look("QS,1\nNA,2\nTY,3\nGR,4\n,5\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.columns[0].keep_tokens);
+  const std::vector<std::string> o = text_options_for(f.d);
+  EXPECT_NE(std::find(o.begin(), o.end(), "--keep=1"), o.end());
+  EXPECT_NE(joined(report_warnings(f.d, make_plan(f.d, "k.csv", "k")))
+                .find("column v1: \"NA\" has the shape of the other codes: kept as text\n"),
+            std::string::npos);
+  // Among words of other shapes NA is missing.
+  EXPECT_FALSE(look("Paris,1\nNA,2\nRome,3\nOslo,4\n").d.columns[0].keep_tokens);
+  // The rewrite keeps the token as text, the empty field missing.
+  EXPECT_EQ(rewrite_rejects("NA,1\n,2\n", {"--columns=2", "--char=1", "--keep=1"}).r.out,
+            "NA,1\n,2\n");
+  EXPECT_EQ(rewrite_rejects("NA,1\n,2\n", {"--columns=2", "--char=1"}).r.out, ",1\n,2\n");
+}
+
 }  // namespace
 }  // namespace kolvprep

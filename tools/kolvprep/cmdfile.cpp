@@ -193,27 +193,6 @@ Plan make_plan(const Detection& d, const std::string& file, const std::string& n
 
 namespace {
 
-// A value as a message shows it: on one line, cut with a mark.
-std::string shown(std::string_view v, size_t most = 24) {
-  std::string out;
-  for (size_t i = 0; i < v.size(); ++i) {
-    if (out.size() >= most) {
-      out += "...";
-      break;
-    }
-    const char c = v[i];
-    if (c == '\n')
-      out += "\\n";
-    else if (c == '\r')
-      out += "\\r";
-    else if (c == '\t')
-      out += "\\t";
-    else
-      out.push_back(c);
-  }
-  return "\"" + out + "\"";
-}
-
 std::string plural(uint64_t n, const char* one, const char* many) {
   return num(n) + " " + (n == 1 ? one : many);
 }
@@ -294,37 +273,38 @@ std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
                  " in the 8 bytes kolv keeps");
     else if (c.type == ColumnType::kCharacter && c.widest > 8)
       cf.add(j, "text longer than 8 bytes; kolv keeps the first 8", c.name,
-             "text up to " + num(c.widest) + " bytes (" + shown(c.widest_text) +
+             "text up to " + num(c.widest) + " bytes (" + shown_value(c.widest_text) +
                  "); kolv keeps the first 8");
     if (c.type == ColumnType::kCharacter && c.ambiguous_dates > 0)
       cf.add(j, "dates that may be day/month or month/day; kept as text", c.name,
-             "dates like " + shown(c.ambiguous_example) +
+             "dates like " + shown_value(c.ambiguous_example) +
                  " may be day/month or month/day; kept as text");
     else if (c.type == ColumnType::kCharacter && c.numbers > 0 && c.texts > 0 && !c.given_type)
       cf.add(j, "numbers and text; read as character", c.name,
              plural(c.numbers, "number", "numbers") + " and " +
-                 plural(c.texts, "text value", "text values") + " (" + shown(c.first_text) + ", " +
-                 where(c.first_text_line) + "): read as character");
+                 plural(c.texts, "text value", "text values") + " (" + shown_value(c.first_text) +
+                 ", " + where(c.first_text_line) + "): read as character");
+    if (c.keep_tokens) {
+      std::string token;
+      for (const std::string& t : c.missing_tokens)
+        if (token.empty()) token = t;
+      cf.add(j, "codes that look like missing tokens, kept as text", c.name,
+             shown_value(token) + " has the shape of the other codes: kept as text");
+    }
     if (c.type == ColumnType::kCharacter && c.texts == 0 && c.zero_codes > 0 && !c.given_type)
       cf.add(j, "codes with leading zeros, kept as text (--numeric-columns reads numbers)", c.name,
              "codes with leading zeros (" +
-                 shown(c.first_text.empty() ? c.widest_text : c.first_text) +
+                 shown_value(c.first_text.empty() ? c.widest_text : c.first_text) +
                  ") kept as text; --numeric-columns reads numbers");
     if (c.type == ColumnType::kCharacter && c.text_with_separators && !plan.direct)
-      cf.add(
-          j, "blanks, tabs or commas inside values become \"_\"", c.name,
-          "blanks, tabs or commas inside values become \"_\" (" + shown(c.separator_example) + ")");
-    if (!c.code.empty() && c.type == ColumnType::kNumeric && c.others >= 2) {
-      // A code counts only far outside the column's other values.
-      const double spread = c.other_max - c.other_min;
-      const bool far = c.code_value < c.other_min - 2 * spread - 1 ||
-                       c.code_value > c.other_max + 2 * spread + 1;
-      if (far)
-        cf.add(j, "a value far outside the others, like a missing-value code", c.name,
-               c.code + " (" + plural(c.code_count, "time", "times") + ") lies far outside " +
-                   value_text(c.other_min) + " to " + value_text(c.other_max) + "; --missing " +
-                   c.code + " makes it missing");
-    }
+      cf.add(j, "blanks, tabs or commas inside values become \"_\"", c.name,
+             "blanks, tabs or commas inside values become \"_\" (" +
+                 shown_value(c.separator_example) + ")");
+    if (c.far_code())
+      cf.add(j, "a value far outside the others, like a missing-value code", c.name,
+             c.code + " (" + plural(c.code_count, "time", "times") + ") lies far outside " +
+                 value_text(c.other_min) + " to " + value_text(c.other_max) + "; --missing " +
+                 c.code + " makes it missing");
   }
   cf.put(w);
   if (!d.whole_file)
@@ -381,7 +361,8 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
   uint64_t missing = 0;
   size_t columns = 0;
   for (const Column& c : d.columns) {
-    if (c.missing == 0) continue;
+    // A column whose tokens are codes is said on its own.
+    if (c.missing == 0 || c.keep_tokens) continue;
     missing += c.missing;
     ++columns;
     for (const std::string& t : c.missing_tokens) {
@@ -459,11 +440,11 @@ std::string command_file_text(const Detection& d, const Plan& plan, const std::s
                                             : "yyyymmddhhmmss");
     if (c.type == ColumnType::kCharacter && c.widest > 8)
       why += (why.empty() ? "" : "; ") + std::string("text up to ") + num(c.widest) +
-             " characters: kolv keeps 8";
+             " bytes: kolv keeps 8";
     if (c.type == ColumnType::kCharacter && c.numbers > 0)
       why += (why.empty() ? "" : "; ") + std::string("numbers and text: read as character");
-    if (!c.code.empty() && c.code_count >= 2 && c.type == ColumnType::kNumeric)
-      why += (why.empty() ? "" : "; ") + c.code + " looks like a missing code, kept as a number";
+    if (c.far_code())
+      why += (why.empty() ? "" : "; ") + c.code + " far outside the other values: a missing code?";
     if (c.missing > 0 && !c.missing_tokens.empty()) {
       std::string tokens;
       for (const std::string& tok : c.missing_tokens)

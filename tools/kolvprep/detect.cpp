@@ -398,6 +398,21 @@ std::vector<FixedColumn> find_fixed_columns(const std::vector<std::string_view>&
   return out;
 }
 
+// Capital letters as "A", small ones as "a", digits as "9", the rest as
+// they are.
+std::string shape_of(std::string_view v) {
+  std::string s(v.substr(0, 16));
+  for (char& c : s) {
+    if (c >= 'A' && c <= 'Z')
+      c = 'A';
+    else if (c >= 'a' && c <= 'z')
+      c = 'a';
+    else if (c >= '0' && c <= '9')
+      c = '9';
+  }
+  return s;
+}
+
 void update_column(Column& col, std::string_view v, uint64_t line) {
   double number = 0;
   switch (classify(v, &number)) {
@@ -453,6 +468,11 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
       ++col.datetimes;
       break;
     case ValueKind::kText:
+      if (col.one_shape) {
+        const std::string shape = shape_of(v);
+        if (col.texts == 0) col.shape = shape;
+        col.one_shape = col.shape == shape;
+      }
       if (ambiguous_date(v)) {
         if (col.ambiguous_dates++ == 0) col.ambiguous_example = std::string(v.substr(0, 20));
       }
@@ -467,7 +487,7 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
     col.widest_text = std::string(v.substr(0, 40));
     col.widest_line = line;
   }
-  if (!col.text_with_separators && v.find_first_of(" \t,") != std::string_view::npos) {
+  if (!col.text_with_separators && v.find_first_of(" \t,\r\n") != std::string_view::npos) {
     col.text_with_separators = true;
     col.separator_example = std::string(v.substr(0, 40));
     col.separator_line = line;
@@ -842,11 +862,14 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
   auto fits = [&](size_t k) { return splitter.split(texts[k], fields) && fields.size() == n; };
   size_t start = 0;
   if (d.layout != Layout::kFixed && !d.skip_given) {
-    while (start < texts.size()) {
-      size_t k = start;
-      while (k < texts.size() && k < start + 3 && fits(k)) ++k;
-      if (k == std::min(texts.size(), start + 3)) break;
-      ++start;
+    // The first run of three records that fit, else of two, else one.
+    for (size_t run = 3; run > 0; --run) {
+      for (start = 0; start < texts.size(); ++start) {
+        size_t k = start;
+        while (k < texts.size() && k < start + run && fits(k)) ++k;
+        if (k == start + run) break;
+      }
+      if (start < texts.size()) break;
     }
     if (start >= texts.size() || records[start].number == 0) {
       error = "no steady layout at the start of the file (give --skip or --delimiter)";
@@ -1148,6 +1171,19 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       d.columns[j].type = type;
       d.columns[j].given_type = true;
     }
+  }
+
+  // A text column of one shape whose missing tokens have that shape too
+  // (codes "QS", "NA", "TY"): the tokens are codes, kept as text.
+  for (Column& c : d.columns) {
+    if (c.type != ColumnType::kCharacter || !c.one_shape || c.texts < 3 || c.numbers != 0) continue;
+    bool tokens = false;
+    for (const std::string& t : c.missing_tokens) {
+      if (t.empty()) continue;
+      tokens = shape_of(t) == c.shape;
+      if (!tokens) break;
+    }
+    c.keep_tokens = tokens;
   }
 
   // Distinct text values, and how many stay distinct in the 8 bytes kolv

@@ -71,6 +71,11 @@ struct Column {
   std::string widest_text;
   uint64_t widest_line = 0;
   std::string first_text;  // first value that is text
+  // The shape of the text values ("AA" for two capitals) when they all
+  // have one; a missing token of that shape ("NA") is then a value.
+  std::string shape;
+  bool one_shape = true;
+  bool keep_tokens = false;
   uint64_t first_text_line = 0;
   bool text_with_separators = false;  // a blank, tab or comma inside a value
   std::string separator_example;
@@ -96,6 +101,14 @@ struct Column {
   // keeps them (counted up to kMaxDistinct).
   size_t distinct = 0, distinct_cut = 0;
   bool given_type = false;  // --text-columns or --numeric-columns
+
+  // A number like a missing-value code that lies far outside the column's
+  // other values (more than twice their spread beyond them).
+  bool far_code() const {
+    if (code.empty() || type != ColumnType::kNumeric || others < 2) return false;
+    const double spread = other_max - other_min;
+    return code_value < other_min - 2 * spread - 1 || code_value > other_max + 2 * spread + 1;
+  }
 };
 
 // Choices given on the command line instead of guessed.

@@ -68,15 +68,24 @@ bool QuoteTracker::open_after(std::string_view text) {
     const bool ends_field = delimiter_ != 0 ? c == delimiter_ : (c == ' ' || c == '\t');
     switch (state_) {
       case kFieldStart:
-        if (ends_field) break;
-        if (c == q && q != 0)
+        if (ends_field) {
+          // Runs of blanks end one field only.
+          if (delimiter_ != 0) ++field_;
+          break;
+        }
+        if (c == q && q != 0) {
           state_ = kQuoted;
-        else if (c != ' ' && c != '\t')
+          open_field_ = field_;
+        } else if (c != ' ' && c != '\t') {
           state_ = kUnquoted;
+        }
         break;
       case kUnquoted:
       case kAfterClose:
-        if (ends_field) state_ = kFieldStart;
+        if (ends_field) {
+          state_ = kFieldStart;
+          ++field_;
+        }
         break;
       case kQuoted:
         if (quoting_.backslash && c == '\\')
@@ -89,6 +98,7 @@ bool QuoteTracker::open_after(std::string_view text) {
         break;
       case kQuoteSeen:
         state_ = c == q ? kQuoted : ends_field ? kFieldStart : kAfterClose;
+        field_ += ends_field;
         break;
     }
   }
@@ -229,6 +239,26 @@ bool digits(std::string_view s, size_t at, size_t count, int* value) {
 }
 
 }  // namespace
+
+std::string shown_value(std::string_view v, size_t most) {
+  std::string out;
+  for (size_t i = 0; i < v.size(); ++i) {
+    if (out.size() >= most) {
+      out += "...";
+      break;
+    }
+    const char c = v[i];
+    if (c == '\n')
+      out += "\\n";
+    else if (c == '\r')
+      out += "\\r";
+    else if (c == '\t')
+      out += "\\t";
+    else
+      out.push_back(c);
+  }
+  return "\"" + out + "\"";
+}
 
 bool is_missing_token(std::string_view v) {
   if (v.empty()) return true;

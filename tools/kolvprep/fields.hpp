@@ -39,15 +39,22 @@ struct Quoting {
 class QuoteTracker {
  public:
   QuoteTracker(char delimiter, Quoting quoting) : delimiter_(delimiter), quoting_(quoting) {}
-  void reset() { state_ = kFieldStart; }
+  void reset() {
+    state_ = kFieldStart;
+    field_ = open_field_ = 0;
+  }
   // Follows `text`; true when it ends inside a quoted value.
   bool open_after(std::string_view text);
+  // The 0-based field whose quoted value was opened last.
+  size_t open_field() const { return open_field_; }
 
  private:
   enum State { kFieldStart, kUnquoted, kQuoted, kEscape, kQuoteSeen, kAfterClose };
   char delimiter_;  // 0: runs of blanks
   Quoting quoting_;
   State state_ = kFieldStart;
+  size_t field_ = 0;
+  size_t open_field_ = 0;
 };
 
 // One fixed column: the bytes [start, start + width) of a line, 0-based.
@@ -101,6 +108,10 @@ enum class ValueKind { kMissing, kNumber, kDate, kTime, kDateTime, kText };
 // (also of a date or time, as the rewrite writes it: yyyymmdd, hhmmss,
 // yyyymmddhhmmss).
 ValueKind classify(std::string_view value, double* number = nullptr);
+
+// A value as a message shows it: quoted, on one line (line ends, CRs and
+// tabs written as \n, \r, \t), cut after `most` bytes with "...".
+std::string shown_value(std::string_view v, size_t most = 24);
 
 // The missing-value tokens: empty, NA, N/A, NaN, null (any case), "." and "?".
 bool is_missing_token(std::string_view value);

@@ -143,6 +143,15 @@ bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error)
     return !o.fixed.empty();
   }
   ColumnType type;
+  if (key == "--keep") {
+    std::vector<size_t> list;
+    if (!read_list(value, list)) return false;
+    for (size_t c : list) {
+      if (o.keep.size() < c) o.keep.resize(c, false);
+      o.keep[c - 1] = true;
+    }
+    return true;
+  }
   if (key == "--char")
     type = ColumnType::kCharacter;
   else if (key == "--date")
@@ -193,7 +202,12 @@ bool finish_text_options(TextOptions& o, std::string& error) {
     error = "a --char, --date, --time or --datetime column beyond --columns";
     return false;
   }
+  if (o.keep.size() > o.columns) {
+    error = "a --keep column beyond --columns";
+    return false;
+  }
   o.types.resize(o.columns, ColumnType::kNumeric);
+  o.keep.resize(o.columns, false);
   return true;
 }
 
@@ -234,6 +248,10 @@ std::vector<std::string> text_options_for(const Detection& d) {
     if (d.columns[j].type == ColumnType::kDateTime) datetimes.push_back(j + 1);
   }
   if (!chars.empty()) out.push_back("--char=" + list_text(chars));
+  std::vector<size_t> keep;
+  for (size_t j = 0; j < d.columns.size(); ++j)
+    if (d.columns[j].keep_tokens) keep.push_back(j + 1);
+  if (!keep.empty()) out.push_back("--keep=" + list_text(keep));
   if (!dates.empty()) out.push_back("--date=" + list_text(dates));
   if (!times.empty()) out.push_back("--time=" + list_text(times));
   if (!datetimes.empty()) out.push_back("--datetime=" + list_text(datetimes));
@@ -316,6 +334,7 @@ Rewriter::Rewriter(TextOptions options, std::function<bool(const char*, size_t)>
            options_.missing.empty();
   for (ColumnType t : options_.types)
     plain_ = plain_ && (t == ColumnType::kNumeric || t == ColumnType::kCharacter);
+  for (bool k : options_.keep) plain_ = plain_ && !k;
 }
 
 bool Rewriter::flush() {
@@ -425,15 +444,17 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     const std::string_view t = trim(text);
     if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
     tracker_.reset();
-    // A quote left open where the line, its quotes taken for text, holds
-    // just the table's fields is a stray quote, not a value going on.
-    const bool stray = delimiter_ != 0 &&
+    const bool open = options_.quoting.quote != 0 && options_.layout != Layout::kFixed &&
+                      tracker_.open_after(text);
+    // A quote left open before the last field, where the line with its
+    // quotes taken for text holds just the table's fields, is a stray
+    // quote, not a value going on.
+    const bool stray = open && delimiter_ != 0 && tracker_.open_field() + 1 < options_.columns &&
                        static_cast<size_t>(std::count(text.begin(), text.end(), delimiter_)) + 1 ==
                            options_.columns;
-    if (options_.quoting.quote == 0 || options_.layout == Layout::kFixed ||
-        !tracker_.open_after(text) || stray) {
+    if (!open || stray) {
       if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
-      record(number, text, false);
+      record(number, text, text);
       return;
     }
     held_.push_back({number, std::string(text)});
@@ -445,11 +466,19 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
   tracker_.open_after("\n");
   if (!tracker_.open_after(text)) {
     // The record is whole: its lines joined by line feeds (CRs dropped).
+    // The record is whole: its lines joined by line feeds (CRs dropped),
+    // and as it was written, for the rejects file.
     joined_text_.clear();
+    joined_raw_.clear();
     for (const HeldLine& h : held_) {
       std::string_view part = h.text;
+      if (&h != &held_.front()) {
+        joined_text_.push_back('\n');
+        joined_raw_.push_back('\n');
+      }
+      if (&h == &held_.back() && !part.empty() && part.back() == '\r') part.remove_suffix(1);
+      joined_raw_.append(part);
       if (!part.empty() && part.back() == '\r') part.remove_suffix(1);
-      if (!joined_text_.empty() || &h != &held_.front()) joined_text_.push_back('\n');
       joined_text_.append(part);
     }
     // Joined, the lines must make a record of the table; else the quote
@@ -463,7 +492,7 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     held_.clear();
     held_bytes_ = 0;
     const uint64_t was_records = records_;
-    record(first, joined_text_, true);
+    record(first, joined_text_, joined_raw_);
     if (records_ != was_records) ++joined_;
     return;
   }
@@ -515,7 +544,9 @@ void Rewriter::reject(uint64_t number, const std::vector<std::string_view>& part
 
 // One record (its lines joined when it spans several): written when it
 // fits the table, else set aside or, with pad, made to fit.
-void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
+void Rewriter::record(uint64_t number, std::string_view text, std::string_view raw) {
+  const bool joined = raw.data() != text.data();
+  record_number_ = number;
   const size_t start = used_;
   const uint64_t replaced = replaced_;
   const uint64_t numeric_text = numeric_text_;
@@ -542,7 +573,22 @@ void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
     }
     for (size_t j = 0; ok && j < fields_.size(); ++j) {
       if (j != 0) out_[used_++] = ',';
-      ok = value(fields_[j], options_.types[j]);
+      ok = value(fields_[j], j);
+    }
+  }
+  if (!ok && options_.pad) {
+    // Kept all the same: a quote out of place is read as text.
+    used_ = start;
+    replaced_ = replaced;
+    pending_.clear();
+    Splitter literal(options_.layout, options_.fixed, Quoting{0, false}, options_.delimiter);
+    literal.split(text, fields_);
+    fields_.resize(options_.columns);
+    ok = true;
+    misfit = true;
+    for (size_t j = 0; j < fields_.size(); ++j) {
+      if (j != 0) out_[used_++] = ',';
+      value(fields_[j], j);
     }
   }
   if (ok) {
@@ -563,7 +609,7 @@ void Rewriter::record(uint64_t number, std::string_view text, bool joined) {
   replaced_ = replaced;
   const bool text_in_number = numeric_text_ != numeric_text;
   numeric_text_ = numeric_text;
-  reject(number, {text});
+  reject(number, {raw});
   if (rejected_ <= kWarnLines) {
     std::string why;
     if (text_in_number) {
@@ -715,14 +761,13 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
       }
       while (p < e && *p != d && is_blank(*p)) ++p;
       if (p < e && *p != d) return false;
-      if (!value(trim(scratch_), options_.types[k])) return false;
+      if (!value(trim(scratch_), k)) return false;
     } else {
       const void* q = p < e ? std::memchr(p, d, static_cast<size_t>(e - p)) : nullptr;
       const char* end = q ? static_cast<const char*>(q) : e;
       const char* vend = end;
       while (vend > p && is_blank(vend[-1])) --vend;
-      if (!value(std::string_view(p, static_cast<size_t>(vend - p)), options_.types[k]))
-        return false;
+      if (!value(std::string_view(p, static_cast<size_t>(vend - p)), k)) return false;
       p = end;
     }
     ++k;
@@ -738,15 +783,16 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
 void Rewriter::note_replaced(std::string_view v) {
   // The first few are named, once their line is known to fit.
   if (++replaced_ <= 3 && pending_.empty()) {
-    pending_ = "line " + std::to_string(line_number_) + ": blanks, tabs or commas inside \"" +
-               std::string(v.substr(0, 40)) + "\" written as \"_\"";
+    pending_ = "line " + std::to_string(record_number_) + ": blanks, tabs or commas inside " +
+               shown_value(v, 40) + " written as \"_\"";
   }
 }
 
 // Writes one value; false for text in a numeric column (with pad, it is
 // written as missing).
-bool Rewriter::value(std::string_view v, ColumnType type) {
-  if (v.size() <= 4 && is_missing_token(v)) return true;
+bool Rewriter::value(std::string_view v, size_t column) {
+  const ColumnType type = options_.types[column];
+  if (v.size() <= 4 && is_missing_token(v) && (v.empty() || !options_.keep[column])) return true;
   for (const std::string& m : options_.missing)
     if (v == m) return true;
   if (type != ColumnType::kNumeric && type != ColumnType::kCharacter) {

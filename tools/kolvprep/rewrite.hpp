@@ -49,6 +49,7 @@ struct TextOptions {
   size_t columns = 0;
   std::vector<FixedColumn> fixed;
   std::vector<ColumnType> types;  // per column; numeric when not given
+  std::vector<bool> keep;         // per column: missing tokens other than empty are values
   // Delimited lines without dates are copied in one pass when they can be;
   // off, every line takes the full way (the tests compare the two).
   bool one_pass = true;
@@ -93,13 +94,14 @@ class Rewriter {
   void line(std::string_view text);
   void take_line(uint64_t number, std::string_view text);
   void release_held();
-  void record(uint64_t number, std::string_view text, bool joined);
+  // `raw` is the record as written (the same view as `text` for one line).
+  void record(uint64_t number, std::string_view text, std::string_view raw);
   void reject(uint64_t number, const std::vector<std::string_view>& parts);
   bool reject_bytes(const char* data, size_t size);
   bool delimited_line(std::string_view text, bool& misfit);
   bool plain_line(std::string_view text);
   uint64_t special_bytes(uint64_t w) const;
-  bool value(std::string_view v, ColumnType type);
+  bool value(std::string_view v, size_t column);
   void note_replaced(std::string_view v);
   bool flush();
   bool put(const char* data, size_t size);
@@ -116,6 +118,7 @@ class Rewriter {
   char delimiter_ = ',';
   std::vector<std::string_view> fields_;
   std::string joined_text_;
+  std::string joined_raw_;
   std::string carry_;  // the start of a line that continues in the next input
   // Output gathered for one write: room for a block and two over-long lines
   // (a time hh:mm grows by two digits, so a line at most doubles).
@@ -135,7 +138,8 @@ class Rewriter {
   uint64_t repaired_ = 0;
   uint64_t joined_ = 0;
   uint64_t left_out_ = 0;
-  uint64_t numeric_text_ = 0;  // misfits for text in a numeric column
+  uint64_t record_number_ = 0;  // the first line of the record in hand
+  uint64_t numeric_text_ = 0;   // misfits for text in a numeric column
   uint64_t replaced_ = 0;
   bool first_line_ = true;
 };
