@@ -13,6 +13,7 @@
 #include "kolvdump/reader.hpp"
 #include "kolvdump/values.hpp"
 #include "kolvprep/detect.hpp"
+#include "kolvprep/source.hpp"
 #include "support.hpp"
 
 namespace corpus {
@@ -262,6 +263,16 @@ bool write_case(const Case& c, const std::string& dir, std::string& error, bool&
   const std::string plain = dir + "/.plain";
   if (!spill(plain, c.text)) {
     error = "cannot write " + plain;
+    return false;
+  }
+  const kolvprep::Compression compression = c.compression == "gzip"   ? kolvprep::Compression::kGzip
+                                            : c.compression == "zstd" ? kolvprep::Compression::kZstd
+                                            : c.compression == "xz"   ? kolvprep::Compression::kXz
+                                                                    : kolvprep::Compression::kBzip2;
+  if (!kolvprep::can_read(compression)) {
+    missing_tool = true;
+    error = "this build of kolvprep reads no " + c.compression +
+            " (its library was not found when it was built)";
     return false;
   }
   if (std::system(("command -v " + c.compression + " >/dev/null 2>&1").c_str()) != 0) {
