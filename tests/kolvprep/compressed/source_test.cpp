@@ -209,9 +209,9 @@ TEST_P(CompressedSource, RefusesATruncatedFile) {
   const std::string text = csv_text(3000, 9);
   const std::string bytes = compressed(GetParam(), dir_, text, "t.csv");
   ASSERT_GT(bytes.size(), 64u);
-  // Cut in the middle of the data, and just before the end (the check that
-  // closes the data is missing).
-  for (size_t keep : {bytes.size() / 2, bytes.size() - 1}) {
+  // Cut inside the header, in the middle of the data, and just before the
+  // end (the check that closes the data is missing).
+  for (size_t keep : {size_t{6}, bytes.size() / 2, bytes.size() - 1}) {
     std::string back;
     const std::string error = read_back(bytes.substr(0, keep), back);
     expect_one_line(error, GetParam(), "ends early (the file is truncated)");
