@@ -111,6 +111,10 @@ ssize_t read_some(int fd, char* data, size_t size) {
   }
 }
 
+// Decoders hand over at most this much at a time, so that sizes fit the
+// libraries' 32-bit counts.
+constexpr size_t kStep = size_t{1} << 30;
+
 // The text inside a compressed file, decoded in order. The compressed bytes
 // come in blocks of 64 KiB (first any bytes already read to sniff a stream);
 // a decoder takes them from `in_` and says when its data ends for good.
@@ -127,6 +131,16 @@ class CompressedSource : public Source {
     if (size == 0) return true;
     while (got == 0 && !finished_) {
       if (in_pos_ == in_end_ && !input_done_ && !refill(error)) return false;
+      if (between_) {
+        // Between members the end of the input is the end of the text;
+        // anything else begins the next member.
+        if (in_pos_ == in_end_) {
+          finished_ = true;
+          break;
+        }
+        if (!next_member(error)) return false;
+        between_ = false;
+      }
       const size_t before = in_pos_;
       if (!decode(data, size, got, error)) return false;
       // No text, no compressed byte taken and none left to come: the data
@@ -144,6 +158,36 @@ class CompressedSource : public Source {
   // sets finished_ when the data has ended for good.
   virtual bool decode(char* out, size_t size, size_t& produced, std::string& error) = 0;
 
+  // Readies the decoder for another member (or stream) after one that set
+  // between_ at its end.
+  virtual bool next_member(std::string&) { return true; }
+
+  // Points the library stream `z` at the compressed bytes in hand and at
+  // `out`, runs `call` and moves past what it took; `produced` is what it
+  // gave. Returns what `call` returns.
+  template <typename Stream, typename Call>
+  auto step(Stream& z, char* out, size_t size, size_t& produced, Call call) {
+    using InCount = decltype(z.avail_in);
+    using OutCount = decltype(z.avail_out);
+    z.next_in = reinterpret_cast<decltype(z.next_in)>(in_.data() + in_pos_);
+    z.avail_in = static_cast<InCount>(std::min(in_end_ - in_pos_, kStep));
+    z.next_out = reinterpret_cast<decltype(z.next_out)>(out);
+    z.avail_out = static_cast<OutCount>(std::min(size, kStep));
+    const InCount in_before = z.avail_in;
+    const OutCount out_before = z.avail_out;
+    const auto rc = call();
+    in_pos_ += in_before - z.avail_in;
+    produced = out_before - z.avail_out;
+    return rc;
+  }
+
+  std::string cannot_start() const {
+    return std::string("cannot start the ") + compression_word(compression()) + " decoder";
+  }
+  std::string out_of_memory() const {
+    return std::string("out of memory decoding ") + compression_word(compression());
+  }
+
   std::string truncated() const {
     return std::string("the ") + compression_word(compression()) +
            " data ends early (the file is truncated)";
@@ -157,6 +201,7 @@ class CompressedSource : public Source {
   size_t in_pos_ = 0, in_end_ = 0;
   bool input_done_ = false;  // every compressed byte has been read into in_
   bool finished_ = false;
+  bool between_ = false;  // a member has ended and no other has begun
 
  private:
   bool refill(std::string& error) {
@@ -183,10 +228,6 @@ class CompressedSource : public Source {
   size_t head_used_ = 0;
 };
 
-// Decoders hand over at most this much at a time, so that sizes fit the
-// libraries' 32-bit counts.
-[[maybe_unused]] constexpr size_t kStep = size_t{1} << 30;
-
 #ifdef KOLVPREP_HAVE_ZLIB
 // gzip: one or more members, one after the other (as `cat a.gz b.gz` makes),
 // each a header, deflate data and a check.
@@ -201,7 +242,7 @@ class GzipSource final : public CompressedSource {
   bool start(std::string& error) {
     // 16 + MAX_WBITS: a gzip header and trailer around the deflate data.
     if (inflateInit2(&z_, 16 + MAX_WBITS) != Z_OK) {
-      error = "cannot start the gzip decoder";
+      error = cannot_start();
       return false;
     }
     ready_ = true;
@@ -210,37 +251,20 @@ class GzipSource final : public CompressedSource {
 
  private:
   bool decode(char* out, size_t size, size_t& produced, std::string& error) override {
-    produced = 0;
-    if (between_) {
-      // Between members the end of the input is the end of the text.
-      if (in_pos_ == in_end_) {
-        finished_ = input_done_;
-        return true;
-      }
-      inflateReset(&z_);
-      between_ = false;
-    }
-    z_.next_in = reinterpret_cast<Bytef*>(in_.data() + in_pos_);
-    z_.avail_in = static_cast<uInt>(std::min(in_end_ - in_pos_, kStep));
-    z_.next_out = reinterpret_cast<Bytef*>(out);
-    z_.avail_out = static_cast<uInt>(std::min(size, kStep));
-    const uInt in_before = z_.avail_in, out_before = z_.avail_out;
-    const int rc = inflate(&z_, Z_NO_FLUSH);
-    in_pos_ += in_before - z_.avail_in;
-    produced = out_before - z_.avail_out;
-    if (rc == Z_STREAM_END) {
-      between_ = true;
-      if (in_pos_ == in_end_ && input_done_) finished_ = true;
-      return true;
-    }
-    if (rc == Z_OK || rc == Z_BUF_ERROR) return true;
+    const int rc = step(z_, out, size, produced, [&] { return inflate(&z_, Z_NO_FLUSH); });
+    if (rc == Z_STREAM_END) between_ = true;
+    if (rc == Z_STREAM_END || rc == Z_OK || rc == Z_BUF_ERROR) return true;
     error = corrupt(z_.msg != nullptr ? z_.msg : "inflate failed");
     return false;
   }
 
+  bool next_member(std::string&) override {
+    inflateReset(&z_);
+    return true;
+  }
+
   z_stream z_{};
   bool ready_ = false;
-  bool between_ = false;  // a member has ended and no other has begun
 };
 #endif
 
@@ -255,7 +279,7 @@ class ZstdSource final : public CompressedSource {
   bool start(std::string& error) {
     z_ = ZSTD_createDStream();
     if (z_ == nullptr || ZSTD_isError(ZSTD_initDStream(z_))) {
-      error = "cannot start the zstd decoder";
+      error = cannot_start();
       return false;
     }
     return true;
@@ -293,7 +317,7 @@ class XzSource final : public CompressedSource {
 
   bool start(std::string& error) {
     if (lzma_stream_decoder(&z_, UINT64_MAX, LZMA_CONCATENATED) != LZMA_OK) {
-      error = "cannot start the xz decoder";
+      error = cannot_start();
       return false;
     }
     return true;
@@ -301,16 +325,10 @@ class XzSource final : public CompressedSource {
 
  private:
   bool decode(char* out, size_t size, size_t& produced, std::string& error) override {
-    z_.next_in = reinterpret_cast<const uint8_t*>(in_.data() + in_pos_);
-    z_.avail_in = in_end_ - in_pos_;
-    z_.next_out = reinterpret_cast<uint8_t*>(out);
-    z_.avail_out = size;
     // With every byte in hand, LZMA_FINISH tells the decoder that no other
     // stream follows.
     const lzma_action action = input_done_ && in_pos_ == in_end_ ? LZMA_FINISH : LZMA_RUN;
-    const lzma_ret rc = lzma_code(&z_, action);
-    in_pos_ = in_end_ - z_.avail_in;
-    produced = size - z_.avail_out;
+    const lzma_ret rc = step(z_, out, size, produced, [&] { return lzma_code(&z_, action); });
     switch (rc) {
       case LZMA_OK:
         return true;
@@ -321,7 +339,7 @@ class XzSource final : public CompressedSource {
         error = truncated();
         return false;
       case LZMA_MEM_ERROR:
-        error = "out of memory decoding xz";
+        error = out_of_memory();
         return false;
       case LZMA_FORMAT_ERROR:
         error = corrupt("not an xz stream");
@@ -355,7 +373,7 @@ class Bzip2Source final : public CompressedSource {
 
   bool start(std::string& error) {
     if (BZ2_bzDecompressInit(&z_, 0, 0) != BZ_OK) {
-      error = "cannot start the bzip2 decoder";
+      error = cannot_start();
       return false;
     }
     ready_ = true;
@@ -364,38 +382,24 @@ class Bzip2Source final : public CompressedSource {
 
  private:
   bool decode(char* out, size_t size, size_t& produced, std::string& error) override {
-    produced = 0;
-    if (!ready_) {
-      // Between streams the end of the input is the end of the text.
-      if (in_pos_ == in_end_) {
-        finished_ = input_done_;
-        return true;
-      }
-      if (!start(error)) return false;
-    }
-    z_.next_in = in_.data() + in_pos_;
-    z_.avail_in = static_cast<unsigned>(std::min(in_end_ - in_pos_, kStep));
-    z_.next_out = out;
-    z_.avail_out = static_cast<unsigned>(std::min(size, kStep));
-    const unsigned in_before = z_.avail_in, out_before = z_.avail_out;
-    const int rc = BZ2_bzDecompress(&z_);
-    in_pos_ += in_before - z_.avail_in;
-    produced = out_before - z_.avail_out;
+    const int rc = step(z_, out, size, produced, [&] { return BZ2_bzDecompress(&z_); });
     if (rc == BZ_STREAM_END) {
       // A stream has ended; another may follow.
       BZ2_bzDecompressEnd(&z_);
       ready_ = false;
-      if (in_pos_ == in_end_ && input_done_) finished_ = true;
+      between_ = true;
       return true;
     }
     if (rc == BZ_OK) return true;
     if (rc == BZ_MEM_ERROR) {
-      error = "out of memory decoding bzip2";
+      error = out_of_memory();
       return false;
     }
     error = corrupt(rc == BZ_DATA_ERROR_MAGIC ? "not a bzip2 stream" : "bad compressed data");
     return false;
   }
+
+  bool next_member(std::string& error) override { return start(error); }
 
   bz_stream z_{};
   bool ready_ = false;  // a stream is open in the decoder

@@ -12,12 +12,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "../support.hpp"
 
 namespace {
 
@@ -46,33 +46,10 @@ bool on_path(const std::string& program) {
   return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using kptest::read_file;
+using kptest::write_file;
 
-void spill(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-class Scratch {
- public:
-  Scratch() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/kolvprep_source_XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  ~Scratch() {
-    if (!path_.empty()) std::system(("rm -rf '" + path_ + "'").c_str());
-  }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+using Scratch = kptest::ScratchDir;
 
 // A text of `lines` CSV lines that compresses well but not to nothing: the
 // values change from line to line.
@@ -93,10 +70,10 @@ std::string csv_text(size_t lines, uint32_t seed) {
 // The compressed bytes of `text` as `tool` writes them.
 std::string compressed(const Tool& tool, const Scratch& dir, const std::string& text,
                        const std::string& name) {
-  spill(dir.file(name), text);
+  write_file(dir.file(name), text);
   const std::string command = std::string(tool.compress) + " '" + dir.file(name) + "'";
   if (std::system(command.c_str()) != 0) return "";
-  return slurp(dir.file(name) + tool.suffix);
+  return read_file(dir.file(name) + tool.suffix);
 }
 
 // Reads a source to its end in pieces of `piece` bytes (cycling through 1 to
@@ -138,7 +115,7 @@ class CompressedSource : public ::testing::TestWithParam<Tool> {
   // Opens `bytes` written to a file and reads it all; returns the error.
   std::string read_back(const std::string& bytes, std::string& text, size_t piece = 65536,
                         bool vary = false) {
-    spill(dir_.file("in"), bytes);
+    write_file(dir_.file("in"), bytes);
     std::string error;
     auto source = kolvprep::open_source(dir_.file("in"), error);
     if (source == nullptr) return "open: " + error;
@@ -232,9 +209,9 @@ TEST_P(CompressedSource, RefusesATruncatedFile) {
   const std::string text = csv_text(3000, 9);
   const std::string bytes = compressed(GetParam(), dir_, text, "t.csv");
   ASSERT_GT(bytes.size(), 64u);
-  // Cut in the middle of the data, and just before the end (the check that
-  // closes the data is missing).
-  for (size_t keep : {bytes.size() / 2, bytes.size() - 1}) {
+  // Cut inside the header, in the middle of the data, and just before the
+  // end (the check that closes the data is missing).
+  for (size_t keep : {size_t{6}, bytes.size() / 2, bytes.size() - 1}) {
     std::string back;
     const std::string error = read_back(bytes.substr(0, keep), back);
     expect_one_line(error, GetParam(), "ends early (the file is truncated)");
@@ -276,7 +253,7 @@ INSTANTIATE_TEST_SUITE_P(Tools, CompressedSource, ::testing::ValuesIn(kTools),
 TEST(PlainSource, ReadsAPlainFileAsItIsAndAtAnyOffset) {
   Scratch dir;
   const std::string text = csv_text(100, 1);
-  spill(dir.file("p.csv"), text);
+  write_file(dir.file("p.csv"), text);
   std::string error, back;
   auto source = kolvprep::open_source(dir.file("p.csv"), error);
   ASSERT_NE(source, nullptr) << error;

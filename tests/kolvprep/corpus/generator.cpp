@@ -1,6 +1,7 @@
 #include "generator.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -238,7 +239,12 @@ Value make_value(Rng& rng, const Column& c, const Dialect& d) {
       v.cell = text_cell(v.raw);
       break;
     case Col::kLetters:
-      for (int i = 0; i < c.width; ++i) v.raw.push_back(static_cast<char>('A' + rng.range(0, 25)));
+      // Letters that spell a missing token (NA, NAN, NULL) would be missing.
+      do {
+        v.raw.clear();
+        for (int i = 0; i < c.width; ++i)
+          v.raw.push_back(static_cast<char>('A' + rng.range(0, 25)));
+      } while (v.raw == "NA" || v.raw == "NAN" || v.raw == "NULL");
       v.cell = text_cell(v.raw);
       break;
     case Col::kDigits: {
@@ -451,9 +457,17 @@ void write_table(Case& k, Writer& w, const Table& t, const Dialect& d, bool head
   }
 }
 
-Dialect plain_dialect(Rng& rng) {
+// The dialect a case starts from: mostly commas and LF, but any of the
+// delimiters, record ends and quoting habits, so that every kind meets them;
+// a kind then sets what it is about.
+Dialect background_dialect(Rng& rng) {
   Dialect d;
   d.final_eol = !rng.chance(15);
+  const int delim = rng.range(1, 100);
+  d.delim = delim <= 55 ? ',' : delim <= 70 ? ';' : delim <= 90 ? '\t' : '|';
+  const int eol = rng.range(1, 100);
+  d.eol = eol <= 70 ? "\n" : eol <= 95 ? "\r\n" : "\r";
+  d.quote_text = rng.chance(20);
   return d;
 }
 
@@ -511,6 +525,9 @@ void fixed_case(Case& k, Rng& rng, bool touching) {
   }
   take_truth(k, t, header);
   k.text = w.finish();
+  k.delimiter = 0;
+  k.quote = 0;
+  k.record_end = d.eol;
 }
 
 }  // namespace
@@ -531,9 +548,10 @@ std::string text_value(const std::string& value) {
 std::string describe(const Cell& cell) {
   if (cell.what == Cell::kMissing) return ".";
   if (cell.what == Cell::kText) return "\"" + cell.text + "\"";
+  // The shortest text that reads back to the same double.
   char b[40];
-  std::snprintf(b, sizeof b, "%.17g", cell.number);
-  return b;
+  const auto end = std::to_chars(b, b + sizeof b, cell.number).ptr;
+  return std::string(b, end);
 }
 
 Case make_case(uint64_t seed) {
@@ -543,7 +561,7 @@ Case make_case(uint64_t seed) {
   k.file = "export.csv";
   Rng rng(seed);
   const std::string& kind = k.kind;
-  Dialect d = plain_dialect(rng);
+  Dialect d = background_dialect(rng);
   size_t rows = static_cast<size_t>(rng.range(15, 60));
   std::vector<Col> extra;
   bool header = true;
@@ -554,8 +572,10 @@ Case make_case(uint64_t seed) {
     return k;
   }
 
-  if (kind == "comma" || kind == "eol_lf") {
-    // as drawn
+  if (kind == "comma") {
+    d.delim = ',';
+  } else if (kind == "eol_lf") {
+    d.eol = "\n";
   } else if (kind == "semicolon") {
     d.delim = ';';
   } else if (kind == "tab") {
@@ -570,6 +590,7 @@ Case make_case(uint64_t seed) {
     k.file = "export.txt";
   } else if (kind == "quote_double") {
     d.quote_text = true;
+    if (rng.chance(50)) d.eol = "\r\n";  // all quoted, CRLF: RFC 4180 to the letter
   } else if (kind == "quote_single") {
     d.quote = '\'';
     d.quote_text = rng.chance(50);
@@ -638,6 +659,16 @@ Case make_case(uint64_t seed) {
     for (const Column& c : t.cols) second.push_back(is_text(c.col) ? "" : rng.pick(units));
     t.header_rows.push_back(second);
   }
+  bool bom = kind == "bom";
+  if (kind == "small") {
+    // A few records leave little evidence for the header: with a byte-order
+    // mark, CRLF, an empty first name or odd names it is easily missed.
+    bom = rng.chance(40);
+    if (rng.chance(40)) d.eol = "\r\n";
+    std::vector<std::string>& h = t.header_rows[0];
+    if (rng.chance(30)) h[0] = "";
+    if (h.size() > 2 && rng.chance(30)) h[1] = rng.chance(50) ? "GDP (bn)" : "growth %";
+  }
   if (kind == "odd_names") {
     std::vector<std::string>& h = t.header_rows[0];
     const std::vector<std::string> odd = {"GDP (bn)", "growth %", "rate/yr", "No.", "size [m]"};
@@ -701,8 +732,12 @@ Case make_case(uint64_t seed) {
 
   std::set<size_t> damage;
   int how = 0;
-  if (kind == "field_too_many" || kind == "field_too_few" || kind == "stray_quote") {
-    how = kind == "field_too_many" ? 1 : kind == "field_too_few" ? 2 : 3;
+  // A compressed file sometimes has a record with a field too many, whose
+  // line counts lines of the decompressed text.
+  const bool damaged_compressed = !k.compression.empty() && rng.chance(30);
+  if (kind == "field_too_many" || kind == "field_too_few" || kind == "stray_quote" ||
+      damaged_compressed) {
+    how = kind == "field_too_few" ? 2 : kind == "stray_quote" ? 3 : 1;
     const int n = rng.range(1, 3);
     // Never the first records, so that the table's shape is clear before them.
     while (damage.size() < static_cast<size_t>(n)) damage.insert(5 + rng.below(rows - 5));
@@ -739,7 +774,11 @@ Case make_case(uint64_t seed) {
   }
   take_truth(k, t, header);
   k.text = w.finish();
-  if (kind == "bom") k.text.insert(0, "\xEF\xBB\xBF");
+  k.delimiter = d.delim;
+  k.quote = d.quote;
+  k.backslash = d.backslash;
+  k.record_end = d.eol;
+  if (bom) k.text.insert(0, "\xEF\xBB\xBF");
   return k;
 }
 

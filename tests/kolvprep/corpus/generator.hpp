@@ -27,6 +27,13 @@ struct Case {
   std::string file;         // the file's name (with .gz etc. when compressed)
   std::string text;         // the export's text (before compression)
   std::string compression;  // "" or the program that compresses it: gzip, zstd, xz, bzip2
+  // How the table is written: the delimiter (0 for runs of blanks or fixed
+  // columns), the quote (0 for none), whether a quote inside a quoted value
+  // is escaped by a backslash (else doubled), and the record end.
+  char delimiter = ',';
+  char quote = '"';
+  bool backslash = false;
+  std::string record_end = "\n";
   // The header text of each column (rows of a multi-row header joined by a
   // blank, as kolvprep joins them); empty strings when there is no header.
   std::vector<std::string> header;

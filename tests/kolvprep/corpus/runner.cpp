@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <vector>
@@ -14,33 +13,20 @@
 #include "kolvdump/reader.hpp"
 #include "kolvdump/values.hpp"
 #include "kolvprep/detect.hpp"
+#include "kolvprep/source.hpp"
+#include "support.hpp"
 
 namespace corpus {
 
 namespace {
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using kptest::quote;
+using kptest::read_file;
 
+// Writes a file and says whether it is there.
 bool spill(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return static_cast<bool>(out);
-}
-
-std::string shell_word(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) {
-    if (c == '\'')
-      out += "'\\''";
-    else
-      out.push_back(c);
-  }
-  return out + "'";
+  kptest::write_file(path, bytes);
+  return kptest::file_exists(path);
 }
 
 struct Run {
@@ -53,14 +39,13 @@ struct Run {
 Run run_in(const std::string& dir, const std::string& bin_path, const std::string& command,
            const std::string& tag) {
   const std::string out = dir + "/." + tag + ".out", err = dir + "/." + tag + ".err";
-  const std::string full = "cd " + shell_word(dir) + " && PATH=" + shell_word(bin_path) +
-                           ":\"$PATH\" " + command + " </dev/null >" + shell_word(out) + " 2>" +
-                           shell_word(err);
+  const std::string full = "cd " + quote(dir) + " && PATH=" + quote(bin_path) + ":\"$PATH\" " +
+                           command + " </dev/null >" + quote(out) + " 2>" + quote(err);
   const int status = std::system(full.c_str());
   Run r;
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.out = slurp(out);
-  r.err = slurp(err);
+  r.out = read_file(out);
+  r.err = read_file(err);
   return r;
 }
 
@@ -239,6 +224,15 @@ bool write_case(const Case& c, const std::string& dir, std::string& error, bool&
   truth += c.kind;
   truth += "\nfile ";
   truth += c.file;
+  truth += "\ndelimiter ";
+  truth += c.delimiter == 0      ? std::string("blanks or fixed columns")
+           : c.delimiter == '\t' ? std::string("tab")
+                                 : std::string(1, c.delimiter);
+  truth += ", quote ";
+  truth += c.quote == 0 ? std::string("none") : std::string(1, c.quote);
+  truth += c.backslash ? " escaped by a backslash" : "";
+  truth += ", record end ";
+  truth += escaped(c.record_end);
   truth += "\nnames";
   for (const std::string& h : c.header) {
     truth += " [";
@@ -271,13 +265,23 @@ bool write_case(const Case& c, const std::string& dir, std::string& error, bool&
     error = "cannot write " + plain;
     return false;
   }
+  const kolvprep::Compression compression = c.compression == "gzip"   ? kolvprep::Compression::kGzip
+                                            : c.compression == "zstd" ? kolvprep::Compression::kZstd
+                                            : c.compression == "xz"   ? kolvprep::Compression::kXz
+                                                                    : kolvprep::Compression::kBzip2;
+  if (!kolvprep::can_read(compression)) {
+    missing_tool = true;
+    error = "this build of kolvprep reads no " + c.compression +
+            " (its library was not found when it was built)";
+    return false;
+  }
   if (std::system(("command -v " + c.compression + " >/dev/null 2>&1").c_str()) != 0) {
     missing_tool = true;
     error = "the program " + c.compression + " is not on the PATH";
     return false;
   }
-  const std::string command = c.compression + " -c " + shell_word(plain) + " > " +
-                              shell_word(dir + "/" + c.file) + " && rm " + shell_word(plain);
+  const std::string command = c.compression + " -c " + quote(plain) + " > " +
+                              quote(dir + "/" + c.file) + " && rm " + quote(plain);
   if (std::system(command.c_str()) != 0) {
     error = "cannot compress with " + c.compression;
     return false;
@@ -298,8 +302,7 @@ Outcome run_case(const Case& c, const std::string& dir, const std::string& bin_p
   }
   // A program that hangs fails its case after a minute instead of holding
   // the suite until ctest's own limit.
-  const Run prep =
-      run_in(dir, bin_path, "timeout 60 kolvprep --name t " + shell_word(c.file), "prep");
+  const Run prep = run_in(dir, bin_path, "timeout 60 kolvprep --name t " + quote(c.file), "prep");
   if (prep.status == 1) {
     // A refusal is one line on stderr naming the option that settles it.
     if (line_count(prep.err) == 1 && prep.err.rfind("kolvprep: ", 0) == 0 &&
@@ -319,7 +322,7 @@ Outcome run_case(const Case& c, const std::string& dir, const std::string& bin_p
   if (command.size() < check.size() ||
       command.compare(command.size() - check.size(), check.size(), check) != 0)
     return wrong(o, "the printed command does not end with `" + check + "`: " + command);
-  const Run conv = run_in(dir, bin_path, "timeout 60 sh -c " + shell_word(command), "run");
+  const Run conv = run_in(dir, bin_path, "timeout 60 sh -c " + quote(command), "run");
   if (conv.status != 0)
     return wrong(o, "the printed command `" + command + "` exit " + std::to_string(conv.status) +
                         ": " + one_line(conv.err.empty() ? conv.out : conv.err));
@@ -347,7 +350,7 @@ Outcome run_case(const Case& c, const std::string& dir, const std::string& bin_p
   // The records set aside, from NAME.rejects.
   std::vector<uint64_t> reject_lines;
   std::vector<std::string> reject_texts;
-  const std::string rejects = slurp(dir + "/t.rejects");
+  const std::string rejects = read_file(dir + "/t.rejects");
   std::istringstream lines(rejects);
   for (std::string l; std::getline(lines, l);) {
     const size_t tab = l.find('\t');

@@ -23,7 +23,8 @@ struct Outcome {
 
 // Writes the export of `c` into `dir` (compressed by its program when the
 // case says so) and truth.txt beside it. False with `error` when it cannot,
-// `missing_tool` true when the compressing program is not installed.
+// `missing_tool` true when the compressing program is not installed or this
+// build of kolvprep cannot read its files.
 bool write_case(const Case& c, const std::string& dir, std::string& error, bool& missing_tool);
 
 // Runs the case in `dir` (an empty folder) with the programs of `bin_path`

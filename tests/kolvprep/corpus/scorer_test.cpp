@@ -1,9 +1,12 @@
 // The corpus scorer must see a wrong data set: a plain comma case that
 // kolvprep converts right is scored wrong once its truth is changed in one
 // cell, one name or one record, and a case with records set aside is scored
-// wrong when the truth does not hold them as damaged.
+// wrong when the truth does not hold them as damaged. A refusal counts only
+// as one line naming an option, and a printed command must check its data
+// set (a stand-in kolvprep says what is scored).
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -87,6 +90,44 @@ TEST(CorpusScorer, ScoresRecordsSetAsideWrongWhenTheTruthHoldsThemWhole) {
   const corpus::Outcome w = corpus::run_case(whole, dir.next(), kBin);
   EXPECT_EQ(w.score, corpus::Score::kWrong);
   EXPECT_NE(w.why.find("no damaged record starts there"), std::string::npos) << w.why;
+}
+
+// A stand-in kolvprep, first on the PATH, that prints `out` and `err` and
+// exits with `status`.
+std::string fake_kolvprep(Scratch& dir, const std::string& out, const std::string& err,
+                          int status) {
+  const std::string bin = dir.next();
+  const std::string script = "#!/bin/sh\nprintf '%s' '" + out + "'\nprintf '%s' '" + err +
+                             "' >&2\nexit " + std::to_string(status) + "\n";
+  FILE* f = std::fopen((bin + "/kolvprep").c_str(), "w");
+  if (f == nullptr) return bin;
+  std::fputs(script.c_str(), f);
+  std::fclose(f);
+  std::system(("chmod +x '" + bin + "/kolvprep'").c_str());
+  return bin + ":" + kBin;
+}
+
+TEST(CorpusScorer, ScoresARefusalByItsOneLineNamingAnOption) {
+  Scratch dir;
+  const corpus::Case c = first_of("comma");
+  const std::string line = "kolvprep: export.csv: no steady layout (give --delimiter)\n";
+  const corpus::Outcome refused = corpus::run_case(c, dir.next(), fake_kolvprep(dir, "", line, 1));
+  EXPECT_EQ(refused.score, corpus::Score::kRefused) << refused.why;
+
+  const corpus::Outcome two =
+      corpus::run_case(c, dir.next(), fake_kolvprep(dir, "", line + line, 1));
+  EXPECT_EQ(two.score, corpus::Score::kWrong) << two.why;
+
+  const corpus::Outcome no_option = corpus::run_case(
+      c, dir.next(), fake_kolvprep(dir, "", "kolvprep: export.csv: no steady layout\n", 1));
+  EXPECT_EQ(no_option.score, corpus::Score::kWrong) << no_option.why;
+
+  // A command that does not check the data set it leaves is wrong, whatever
+  // the data set holds.
+  const corpus::Outcome unchecked =
+      corpus::run_case(c, dir.next(), fake_kolvprep(dir, "report\nkolv t.cmd\n", "", 0));
+  EXPECT_EQ(unchecked.score, corpus::Score::kWrong);
+  EXPECT_NE(unchecked.why.find("does not end with"), std::string::npos) << unchecked.why;
 }
 
 }  // namespace
