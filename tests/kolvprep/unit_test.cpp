@@ -841,5 +841,29 @@ TEST(Detect, TokensOfTheShapeOfTheCodesAreCodes) {
   EXPECT_EQ(rewrite_rejects("NA,1\n,2\n", {"--columns=2", "--char=1"}).r.out, ",1\n,2\n");
 }
 
+TEST(Detect, DialectScoresThatOnceMisled) {
+  // Single quotes doubled inside, beside double quotes in unquoted text.
+  Found f = look("name\tv\n'it''s here'\t1\na \"big\" lake\t2\n'O''Brien'\t3\nRome\t4\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kTab);
+  EXPECT_EQ(f.d.quoting.quote, '\'');
+  // A title of as many words as the table has columns: the tabs decide.
+  f = look(
+      "Table 3. Population by region\nSource: national survey 2020\n"
+      "region\tratio\tdepth\twhen\nOslo\t1.5\t2\t2001-07-27\n"
+      "Lima\t4.5\t3\t1995-08-11\nRome\t2.5\t7\t2003-09-17\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kTab);
+  EXPECT_EQ(f.d.header_rows, 1u);
+  EXPECT_EQ(f.d.header_line, 3u);
+  EXPECT_EQ(f.d.columns[0].name, "region");
+  // Semicolons with decimal commas: the comma splits each record in two,
+  // and leaves semicolons in its cells.
+  f = look("site;v;w\noak;365,45;1,5\nelm;1.962,49;2,5\nash;3,25;7,0\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kSemicolon);
+  EXPECT_TRUE(f.d.decimal_comma);
+}
+
 }  // namespace
 }  // namespace kolvprep

@@ -239,7 +239,7 @@ bool is_comment_line(std::string_view line, char* which) {
 // How steady and how typed the table of one dialect is: the share of
 // records with the most frequent field count, and the share of their cells
 // that read as a number, date, time, missing token or plain text (no quote
-// left in it).
+// or other delimiter left in it).
 struct Score {
   size_t columns = 0;  // the most frequent field count
   double share = 0;    // records with that count
@@ -249,7 +249,8 @@ struct Score {
 
 bool plain_cell(std::string_view v) {
   if (classify(v) != ValueKind::kText) return true;
-  return v.find_first_of("\"'") == std::string_view::npos;
+  // A quote left in, or another delimiter: the cell was cut wrong.
+  return v.find_first_of("\"';|\t") == std::string_view::npos;
 }
 
 Score score_layout(Layout layout, const std::vector<std::string_view>& lines, Quoting quoting = {},
@@ -257,8 +258,10 @@ Score score_layout(Layout layout, const std::vector<std::string_view>& lines, Qu
   Splitter splitter(layout, {}, quoting, delimiter);
   std::map<size_t, size_t> counts;
   std::vector<std::string_view> fields;
-  for (std::string_view line : lines) {
-    if (!splitter.split(line, fields)) continue;
+  std::vector<size_t> sizes(lines.size(), 0);  // 0: a broken quote
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (!splitter.split(lines[i], fields)) continue;
+    sizes[i] = fields.size();
     ++counts[fields.size()];
   }
   Score s;
@@ -269,7 +272,13 @@ Score score_layout(Layout layout, const std::vector<std::string_view>& lines, Qu
       s.columns = n;
     }
   }
-  s.share = lines.empty() ? 0 : static_cast<double>(best) / static_cast<double>(lines.size());
+  // Counted from the first record of the table's shape: lines before it
+  // are a preamble, set apart later.
+  size_t first = 0;
+  while (first < sizes.size() && sizes[first] != s.columns) ++first;
+  s.share = lines.size() == first
+                ? 0
+                : static_cast<double>(best) / static_cast<double>(lines.size() - first);
   size_t cells = 0, typed = 0;
   for (size_t i = 0; i < lines.size() && i < 2000; ++i) {
     if (!splitter.split(lines[i], fields) || fields.size() != s.columns) continue;
@@ -677,12 +686,20 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
         for (size_t at = line.find(quotes[q]); at != std::string_view::npos;
              at = line.find(quotes[q], at + 1)) {
           // A quote at a field's start whose partner ends a field.
-          const bool starts = at == 0 || std::strchr(",;|\t ", line[at - 1]) != nullptr;
+          // Blanks may stand between a quote and its delimiter.
+          size_t before = at;
+          while (before > 0 && line[before - 1] == ' ') --before;
+          const bool starts = before == 0 || std::strchr(",;|\t", line[before - 1]) != nullptr;
           if (!starts) continue;
-          const size_t close = line.find(quotes[q], at + 1);
+          // Its partner: the next quote that is not doubled.
+          size_t close = line.find(quotes[q], at + 1);
+          while (close != std::string_view::npos && close + 1 < line.size() &&
+                 line[close + 1] == quotes[q])
+            close = line.find(quotes[q], close + 2);
           if (close == std::string_view::npos) break;
-          const bool ends =
-              close + 1 == line.size() || std::strchr(",;|\t \r", line[close + 1]) != nullptr;
+          size_t after = close + 1;
+          while (after < line.size() && line[after] == ' ') ++after;
+          const bool ends = after == line.size() || std::strchr(",;|\t\r", line[after]) != nullptr;
           wrapped[q] += ends;
           at = close;
         }
