@@ -337,17 +337,18 @@ TEST(Rewrite, HeaderQuotesMissingDatesAndSeparators) {
   std::string error;
   for (const char* a : {"--layout=comma", "--skip=1", "--columns=4", "--char=2", "--date=3"})
     ASSERT_TRUE(parse_text_option(a, o, error)) << a;
-  // A date column's value that is no date is kept as it is; a record of too
-  // few fields and one with text in a numeric column are set aside.
+  // A record of too few fields, and one with text in a numeric column or
+  // a date column, are set aside.
   const std::string in =
       "\xEF\xBB\xBFh1,h2,h3,h4\r\n1,\"a, b\",2010-01-31,NA\r\n\r\n2,x,bad,null\r\n3,4\r\n"
-      "5,y,2010-02-01,z\r\n";
+      "5,y,2010-02-01,z\r\n6,w,,7\r\n";
   const Rewritten r = rewrite_text(in, o);
-  EXPECT_EQ(r.out, "1,a__b,20100131,\n2,x,bad,\n");
-  ASSERT_EQ(r.warnings.size(), 3u);
+  EXPECT_EQ(r.out, "1,a__b,20100131,\n6,w,,7\n");
+  ASSERT_EQ(r.warnings.size(), 4u);
   EXPECT_EQ(r.warnings[0], "line 2: blanks, tabs or commas inside \"a, b\" written as \"_\"");
-  EXPECT_EQ(r.warnings[1], "line 5: 2 fields where 4 are expected; set aside");
-  EXPECT_EQ(r.warnings[2], "line 6: text in a numeric column; set aside");
+  EXPECT_EQ(r.warnings[1], "line 4: text in a numeric column; set aside");
+  EXPECT_EQ(r.warnings[2], "line 5: 2 fields where 4 are expected; set aside");
+  EXPECT_EQ(r.warnings[3], "line 6: text in a numeric column; set aside");
   // The same bytes fed one at a time give the same text.
   EXPECT_EQ(rewrite_text(in, o, 1).out, r.out);
 }
@@ -863,6 +864,27 @@ TEST(Detect, DialectScoresThatOnceMisled) {
   ASSERT_TRUE(f.ok) << f.error;
   EXPECT_EQ(f.d.layout, Layout::kSemicolon);
   EXPECT_TRUE(f.d.decimal_comma);
+}
+
+TEST(Detect, DayAndMonthOrderShownByTheColumn) {
+  Found f = look("d,v\n13/02/2000,1\n01/03/2000,2\n05/04/2000,3\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kDate);
+  EXPECT_EQ(f.d.columns[0].date_order, DateOrder::kDayFirst);
+  std::vector<std::string> o = text_options_for(f.d);
+  EXPECT_NE(std::find(o.begin(), o.end(), "--day-first=1"), o.end());
+  f = look("d,v\n02/13/2000 10:00,1\n03/01/2000 11:30,2\n04/05/2000 12:00,3\n");
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kDateTime);
+  EXPECT_EQ(f.d.columns[0].date_order, DateOrder::kMonthFirst);
+  // No value over 12: never guessed.
+  f = look("d,v\n01/02/2000,1\n03/04/2000,2\n05/06/2000,3\n");
+  EXPECT_EQ(f.d.columns[0].type, ColumnType::kCharacter);
+  EXPECT_EQ(
+      rewrite_rejects("13/02/2000,01/03/2000 10:00\n", {"--columns=2", "--date=1", "--datetime=2",
+                                                        "--day-first=1", "--month-first=2"})
+          .r.out,
+      "20000213,20000103100000\n");
 }
 
 }  // namespace

@@ -350,6 +350,10 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
     if (c.type == ColumnType::kNumeric && c.numbers > 0 && c.integers &&
         (c.max > 32767 || c.min < -32767))
       wide += (wide.empty() ? "" : ", ") + c.name;
+    if (c.date_order != DateOrder::kNone)
+      n.push_back("column " + c.name + ": " +
+                  (c.date_order == DateOrder::kDayFirst ? "day/month" : "month/day") +
+                  " dates, as a value over 12 shows");
     if (is_date_like(c.type))
       n.push_back("column " + c.name + ": " + type_word(c.type) + ", written as numbers " +
                   (c.type == ColumnType::kDate   ? "yyyymmdd"

@@ -483,6 +483,11 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
         col.one_shape = col.shape == shape;
       }
       if (ambiguous_date(v)) {
+        int a = 0, b = 0;
+        ambiguous_date(v, &a, &b);
+        col.max_first = std::max(col.max_first, a);
+        col.max_second = std::max(col.max_second, b);
+        if (v.find(' ') != std::string_view::npos) col.ambiguous_times = true;
         if (col.ambiguous_dates++ == 0) col.ambiguous_example = std::string(v.substr(0, 20));
       }
       if (col.texts++ == 0) {
@@ -506,7 +511,12 @@ void update_column(Column& col, std::string_view v, uint64_t line) {
 void settle_type(Column& col) {
   const size_t kinds = size_t{col.numbers > 0} + size_t{col.dates > 0} + size_t{col.times > 0} +
                        size_t{col.datetimes > 0};
-  if (col.texts > 0 || kinds > 1) {
+  if (col.texts > 0 && col.texts == col.ambiguous_dates && kinds == 0 &&
+      (col.max_first > 12) != (col.max_second > 12)) {
+    // dd/mm/yyyy or mm/dd/yyyy with a value that shows which is the day.
+    col.date_order = col.max_first > 12 ? DateOrder::kDayFirst : DateOrder::kMonthFirst;
+    col.type = col.ambiguous_times ? ColumnType::kDateTime : ColumnType::kDate;
+  } else if (col.texts > 0 || kinds > 1) {
     col.type = ColumnType::kCharacter;
   } else if (col.zero_codes > 0 && !col.other_numbers && col.number_width >= 3 &&
              col.number_width <= 8) {

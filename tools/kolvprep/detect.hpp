@@ -96,6 +96,9 @@ struct Column {
   bool other_numbers = false;  // a number not written in digits only, or of another width
   // Dates such as 01/02/2000 that may be day/month or month/day.
   size_t ambiguous_dates = 0;
+  bool ambiguous_times = false;       // such dates with a time after them
+  int max_first = 0, max_second = 0;  // the largest first and second numbers
+  DateOrder date_order = DateOrder::kNone;
   std::string ambiguous_example;
   // Distinct values of a text column, and of their first 8 bytes as kolv
   // keeps them (counted up to kMaxDistinct).

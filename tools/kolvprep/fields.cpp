@@ -466,6 +466,22 @@ bool ambiguous_date(std::string_view v, int* first, int* second) {
   return true;
 }
 
+bool ordered_date(std::string_view v, DateOrder order, bool with_time, std::string* out) {
+  int a = 0, b = 0;
+  if (order == DateOrder::kNone || !ambiguous_date(v, &a, &b)) return false;
+  const size_t blank = v.find(' ');
+  if (with_time != (blank != std::string_view::npos)) return false;
+  int y = 0;
+  digits(v, 6, 4, &y);
+  std::string date;
+  if (!put_date(y, order == DateOrder::kDayFirst ? b : a, order == DateOrder::kDayFirst ? a : b,
+                &date))
+    return false;
+  if (with_time && !iso_time(v.substr(blank + 1), &date)) return false;
+  if (out != nullptr) out->append(date);
+  return true;
+}
+
 ValueKind classify(std::string_view v, double* number) {
   if (is_missing_token(v)) return ValueKind::kMissing;
   if (is_kolv_number(v, number)) return ValueKind::kNumber;

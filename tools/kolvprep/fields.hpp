@@ -139,4 +139,12 @@ bool any_datetime(std::string_view value, std::string* out = nullptr);
 // from the value alone; `first` and `second` get the two leading numbers.
 bool ambiguous_date(std::string_view value, int* first = nullptr, int* second = nullptr);
 
+// The order of a column's dd/mm/yyyy or mm/dd/yyyy dates, once a value of
+// it shows which number is the day (a first number over 12: day first).
+enum class DateOrder : char { kNone = 0, kDayFirst = 'd', kMonthFirst = 'm' };
+
+// A date of that order, with an optional time after a blank, as the
+// numbers yyyymmdd or yyyymmddhhmmss (`with_time`: the time is required).
+bool ordered_date(std::string_view value, DateOrder order, bool with_time, std::string* out);
+
 }  // namespace kolvprep

@@ -143,6 +143,15 @@ bool parse_text_option(std::string_view arg, TextOptions& o, std::string& error)
     return !o.fixed.empty();
   }
   ColumnType type;
+  if (key == "--day-first" || key == "--month-first") {
+    std::vector<size_t> list;
+    if (!read_list(value, list)) return false;
+    for (size_t c : list) {
+      if (o.orders.size() < c) o.orders.resize(c, DateOrder::kNone);
+      o.orders[c - 1] = key == "--day-first" ? DateOrder::kDayFirst : DateOrder::kMonthFirst;
+    }
+    return true;
+  }
   if (key == "--keep") {
     std::vector<size_t> list;
     if (!read_list(value, list)) return false;
@@ -202,10 +211,11 @@ bool finish_text_options(TextOptions& o, std::string& error) {
     error = "a --char, --date, --time or --datetime column beyond --columns";
     return false;
   }
-  if (o.keep.size() > o.columns) {
-    error = "a --keep column beyond --columns";
+  if (o.keep.size() > o.columns || o.orders.size() > o.columns) {
+    error = "a --keep, --day-first or --month-first column beyond --columns";
     return false;
   }
+  o.orders.resize(o.columns, DateOrder::kNone);
   o.types.resize(o.columns, ColumnType::kNumeric);
   o.keep.resize(o.columns, false);
   return true;
@@ -252,6 +262,13 @@ std::vector<std::string> text_options_for(const Detection& d) {
   for (size_t j = 0; j < d.columns.size(); ++j)
     if (d.columns[j].keep_tokens) keep.push_back(j + 1);
   if (!keep.empty()) out.push_back("--keep=" + list_text(keep));
+  std::vector<size_t> day_first, month_first;
+  for (size_t j = 0; j < d.columns.size(); ++j) {
+    if (d.columns[j].date_order == DateOrder::kDayFirst) day_first.push_back(j + 1);
+    if (d.columns[j].date_order == DateOrder::kMonthFirst) month_first.push_back(j + 1);
+  }
+  if (!day_first.empty()) out.push_back("--day-first=" + list_text(day_first));
+  if (!month_first.empty()) out.push_back("--month-first=" + list_text(month_first));
   if (!dates.empty()) out.push_back("--date=" + list_text(dates));
   if (!times.empty()) out.push_back("--time=" + list_text(times));
   if (!datetimes.empty()) out.push_back("--datetime=" + list_text(datetimes));
@@ -817,7 +834,10 @@ bool Rewriter::value(std::string_view v, size_t column) {
     if (v == m) return true;
   if (type != ColumnType::kNumeric && type != ColumnType::kCharacter) {
     std::string digits;
-    const bool iso = type == ColumnType::kDate   ? any_date(v, &digits)
+    const DateOrder order = options_.orders[column];
+    const bool iso = order != DateOrder::kNone
+                         ? ordered_date(v, order, type == ColumnType::kDateTime, &digits)
+                     : type == ColumnType::kDate ? any_date(v, &digits)
                      : type == ColumnType::kTime ? iso_time(v, &digits)
                                                  : any_datetime(v, &digits);
     if (iso) {
@@ -825,6 +845,12 @@ bool Rewriter::value(std::string_view v, size_t column) {
       used_ += digits.size();
       return true;
     }
+    // Anything else in a column of dates is text where a number is due.
+    if (!is_missing_token(v)) {
+      ++numeric_text_;
+      return options_.pad;
+    }
+    return true;
   }
   std::string number;
   if (type == ColumnType::kNumeric && options_.decimal_comma) {

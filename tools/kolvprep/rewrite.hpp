@@ -50,6 +50,7 @@ struct TextOptions {
   std::vector<FixedColumn> fixed;
   std::vector<ColumnType> types;  // per column; numeric when not given
   std::vector<bool> keep;         // per column: missing tokens other than empty are values
+  std::vector<DateOrder> orders;  // per column: the order of its dd/mm dates
   // Delimited lines without dates are copied in one pass when they can be;
   // off, every line takes the full way (the tests compare the two).
   bool one_pass = true;
