@@ -262,7 +262,7 @@ std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
             : d.misfits == 1 ? "; the command sets it aside"
                              : "; the command sets them aside";
     w.push_back(line);
-    for (const std::string& m : d.misfit_notes) w.push_back("  " + m);
+    for (size_t i = 0; i < d.misfit_notes.size() && i < 3; ++i) w.push_back(d.misfit_notes[i]);
   }
   ColumnFindings cf;
   for (size_t j = 0; j < d.columns.size(); ++j) {
