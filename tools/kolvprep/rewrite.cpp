@@ -284,11 +284,29 @@ inline bool may_be_missing(const char* field, const char* end) {
   return is_missing_token(std::string_view(field, static_cast<size_t>(end - field)));
 }
 
+// A value kolv takes as a number: the common one (digits, a sign, a
+// point) without the full conversion.
+inline bool number_value(std::string_view v) {
+  const char* p = v.data() + (!v.empty() && v[0] == '-');
+  const char* const end = v.data() + v.size();
+  bool point = false, digit = false;
+  for (; p < end; ++p) {
+    if (*p >= '0' && *p <= '9') {
+      digit = true;
+    } else if (*p == '.' && !point) {
+      point = true;
+    } else {
+      break;
+    }
+  }
+  return (p == end && digit) || is_kolv_number(v);
+}
+
 // A value of a numeric column in the output bytes [field, end) that kolv
 // takes as a number (or the empty missing value).
 inline bool plain_number(const char* field, const char* end, ColumnType type) {
   if (type != ColumnType::kNumeric || field == end) return true;
-  return is_kolv_number(std::string_view(field, static_cast<size_t>(end - field)));
+  return number_value(std::string_view(field, static_cast<size_t>(end - field)));
 }
 
 // The top bit of each byte of w that is zero.
@@ -444,7 +462,9 @@ void Rewriter::take_line(uint64_t number, std::string_view text) {
     const std::string_view t = trim(text);
     if (t.empty() || (options_.comment != 0 && t[0] == options_.comment)) return;
     tracker_.reset();
+    // Only a line with a quote in it can leave one open.
     const bool open = options_.quoting.quote != 0 && options_.layout != Layout::kFixed &&
+                      std::memchr(text.data(), options_.quoting.quote, text.size()) != nullptr &&
                       tracker_.open_after(text);
     // A quote left open before the last field, where the line with its
     // quotes taken for text holds just the table's fields, is a stray
@@ -815,7 +835,7 @@ bool Rewriter::value(std::string_view v, size_t column) {
     }
     v = number;
   }
-  if (type == ColumnType::kNumeric && !is_missing_token(v) && !is_kolv_number(v)) {
+  if (type == ColumnType::kNumeric && !number_value(v) && !is_missing_token(v)) {
     ++numeric_text_;
     return options_.pad;
   }
