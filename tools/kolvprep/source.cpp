@@ -27,6 +27,21 @@ namespace kolvprep {
 
 namespace {
 
+// The reason a read failed, from errno.
+std::string read_error() {
+  return std::string("cannot read: ") + std::strerror(errno);
+}
+
+// Repeats a read until it gives bytes, the end, or an error other than an
+// interruption.
+ssize_t read_some(int fd, char* data, size_t size) {
+  for (;;) {
+    const ssize_t n = ::read(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    return n;
+  }
+}
+
 // A file read as it is. Regular files are read positionally too; a pipe or a
 // terminal only in order.
 class PlainSource final : public Source {
@@ -49,16 +64,13 @@ class PlainSource final : public Source {
       head_used_ += got;
       return true;
     }
-    for (;;) {
-      const ssize_t n = ::read(fd_, data, size);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        error = std::string("cannot read: ") + std::strerror(errno);
-        return false;
-      }
-      got = static_cast<size_t>(n);
-      return true;
+    const ssize_t n = read_some(fd_, data, size);
+    if (n < 0) {
+      error = read_error();
+      return false;
     }
+    got = static_cast<size_t>(n);
+    return true;
   }
 
   bool seekable() const override { return regular_; }
@@ -70,7 +82,7 @@ class PlainSource final : public Source {
       const ssize_t n = ::pread(fd_, data + got, size - got, static_cast<off_t>(offset + got));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
-        error = std::string("cannot read: ") + std::strerror(errno);
+        error = read_error();
         return false;
       }
       if (n == 0) break;
@@ -99,16 +111,6 @@ std::string read_head(int fd, size_t size) {
   }
   head.resize(got);
   return head;
-}
-
-// Repeats a read until it gives bytes, the end, or an error other than an
-// interruption.
-ssize_t read_some(int fd, char* data, size_t size) {
-  for (;;) {
-    const ssize_t n = ::read(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    return n;
-  }
 }
 
 // Decoders hand over at most this much at a time, so that sizes fit the
@@ -215,7 +217,7 @@ class CompressedSource : public Source {
     }
     const ssize_t n = read_some(fd_, in_.data(), in_.size());
     if (n < 0) {
-      error = std::string("cannot read: ") + std::strerror(errno);
+      error = read_error();
       return false;
     }
     in_end_ = static_cast<size_t>(n);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <ostream>
 #include <string>
 
 #include "../support.hpp"
@@ -21,6 +22,11 @@ const Tool kTools[] = {{"gzip", ".gz", kolvprep::Compression::kGzip},
                        {"zstd", ".zst", kolvprep::Compression::kZstd},
                        {"xz", ".xz", kolvprep::Compression::kXz},
                        {"bzip2", ".bz2", kolvprep::Compression::kBzip2}};
+
+// Test names and messages show the program, not the struct's bytes.
+void PrintTo(const Tool& tool, std::ostream* os) {
+  *os << tool.program;
+}
 
 bool required() {
   const char* v = std::getenv("KOLV_REQUIRE_COMPRESSION");

@@ -13,6 +13,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +37,11 @@ const Tool kTools[] = {
     {Compression::kXz, "xz", ".xz", "xz -k -f"},
     {Compression::kBzip2, "bzip2", ".bz2", "bzip2 -k -f"},
 };
+
+// Test names and messages show the program, not the struct's bytes.
+void PrintTo(const Tool& tool, std::ostream* os) {
+  *os << tool.program;
+}
 
 bool required() {
   const char* v = std::getenv("KOLV_REQUIRE_COMPRESSION");
