@@ -674,8 +674,9 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     return false;
   }
 
-  // The quoting: given, or the one whose table is the steadiest and the
-  // most typed. A single quote counts only where it opens fields.
+  // The quoting: given, or the quote that wraps whole fields, its escape
+  // (doubled or after a backslash) chosen with the delimiter by the score
+  // of the table each reading gives.
   std::deque<std::string> store;
   auto lines_of = [&](Quoting q, Layout layout, char delimiter) {
     std::vector<Record> r = assemble(sample, first_content, d.comment, layout, delimiter, q, store);
@@ -760,7 +761,7 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     d.delimiter = given.delimiter;
   }
   d.quoting = quoting;
-  std::vector<Record> records = lines_of(quoting, d.layout_given ? d.layout : Layout::kComma, 0);
+  std::vector<Record> records;
   std::vector<std::string_view> texts;
 
   Score best;
