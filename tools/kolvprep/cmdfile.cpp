@@ -76,7 +76,8 @@ bool can_read_as_is(const Detection& d, char* msym) {
       (d.layout != Layout::kFixed && (d.quoting.quote != '"' || d.quoting.backslash)))
     return false;
   for (const Column& c : d.columns) {
-    if (is_date_like(c.type)) return false;
+    // A type given on the command line is held to by the rewrite alone.
+    if (is_date_like(c.type) || c.given_type || c.keep_tokens) return false;
   }
   switch (d.layout) {
     case Layout::kComma:
