@@ -303,7 +303,8 @@ TEST(KolvprepE2e, GivenChoicesAreReportedAndCarriedByTheCommand) {
   const Outcome o = prepare_and_convert(
       dir, "g.txt", "--delimiter : --quote none --skip 1 --header=1 --text-columns code");
   expect_converted(o);
-  EXPECT_NE(o.prep.out.find("given: delimiter, quote, 1 header row, lines before the table\n"),
+  EXPECT_NE(o.prep.out.find("given: delimiter, quote, 1 header row, lines before the table, text "
+                            "columns code\n"),
             std::string::npos)
       << o.prep.out;
   EXPECT_NE(o.prep.out.find("guessed: nothing\n"), std::string::npos) << o.prep.out;

@@ -225,6 +225,23 @@ int run_prepare(const std::string& file, std::string name, bool force, bool full
   choice(d.header_given,
          std::to_string(d.header_rows) + (d.header_rows == 1 ? " header row" : " header rows"));
   choice(d.skip_given, "lines before the table");
+  // Columns given a type: named, or counted when the names would run long.
+  std::string names[2];
+  size_t counts[2] = {0, 0};
+  for (const Column& c : d.columns) {
+    if (!c.given_type) continue;
+    const int k = c.type == ColumnType::kCharacter ? 0 : 1;
+    names[k] += (names[k].empty() ? "" : " ") + c.name;
+    ++counts[k];
+  }
+  for (int k = 0; k < 2; ++k) {
+    if (counts[k] == 0) continue;
+    const char* kind = k == 0 ? "text columns" : "numeric columns";
+    choice(true, names[k].size() <= 30 ? std::string(kind) + " " + names[k]
+                                       : std::to_string(counts[k]) + " " + kind);
+  }
+  if (!d.missing.empty()) choice(true, "missing tokens");
+  if (d.pad) choice(true, "misfits padded");
   if (!chosen.empty()) r += "given: " + chosen + "\n";
   r += "guessed: " + (guessed.empty() ? std::string("nothing") : guessed) + "\n";
   r += std::to_string(d.data_lines) + (d.data_lines == 1 ? " record" : " records") +
