@@ -118,7 +118,7 @@ TEST(KolvprepE2e, CleanCommaFileIsReadAsItIs) {
   kptest::write_file(dir.file("c.csv"), text);
   const Outcome o = prepare_and_convert(dir, "c.csv");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv c.cmd");
+  EXPECT_EQ(o.command, "kolv c.cmd && kolvdump --check c.dat");
   Reading r;
   r.kinds = {'n', 'n', 'c'};
   expect_round_trip(dir, "c", text, r);
@@ -130,7 +130,7 @@ TEST(KolvprepE2e, BlankAlignedFileIsReadAsItIsWithMsymForQuestionMarks) {
   kptest::write_file(dir.file("b.dat"), text);
   const Outcome o = prepare_and_convert(dir, "b.dat");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv b.cmd");
+  EXPECT_EQ(o.command, "kolv b.cmd && kolvdump --check b.dat");
   EXPECT_NE(kptest::read_file(dir.file("b.cmd")).find("MSYM ?;"), std::string::npos);
   Reading r;
   r.delimiter = 0;
@@ -165,7 +165,7 @@ TEST(KolvprepE2e, FixedColumnsBecomeARecordDescription) {
   kptest::write_file(dir.file("f.txt"), text);
   const Outcome o = prepare_and_convert(dir, "f.txt");
   expect_converted(o);
-  EXPECT_EQ(o.command, "kolv f.cmd");
+  EXPECT_EQ(o.command, "kolv f.cmd && kolvdump --check f.dat");
   const std::string cmd = kptest::read_file(dir.file("f.cmd"));
   EXPECT_NE(cmd.find("INVAR RECORD = 19"), std::string::npos) << cmd;
   // The columns found: the text "ST", the glued digits of station, year
@@ -223,6 +223,153 @@ TEST(KolvprepE2e, LargeFileIsSampledAndConvertedWhole) {
   expect_round_trip(dir, "big", text, r);
 }
 
+// The lines of a text, each without its line end.
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> out;
+  size_t at = 0;
+  while (at < text.size()) {
+    const size_t nl = text.find('\n', at);
+    out.push_back(text.substr(at, nl == std::string::npos ? std::string::npos : nl - at));
+    at = nl == std::string::npos ? text.size() : nl + 1;
+  }
+  return out;
+}
+
+TEST(KolvprepE2e, MisfitsAreSetAsideCountedAndNeverReachKolv) {
+  ScratchDir dir;
+  std::string text = "id,name,v\n";
+  std::string clean = text;
+  for (int i = 1; i <= 40; ++i) {
+    const std::string line =
+        std::to_string(i) + ",\"n " + std::to_string(i % 7) + "\"," + std::to_string(i * 1.5);
+    text += line + "\n";
+    clean += line + "\n";
+    // Line 12: a field too many; line 23: one too few; line 34: a stray quote.
+    if (i == 10) text += "99,x,1,2\n";
+    if (i == 20) text += "98,y\n";
+    if (i == 30) text += "97,\"z,3\n";
+  }
+  kptest::write_file(dir.file("m.csv"), text);
+  kptest::write_file(dir.file("m.rejects"), "from an earlier run\n");
+  const Outcome o = prepare_and_convert(dir, "m.csv");
+  expect_converted(o);
+  EXPECT_NE(
+      o.prep.out.find("warning: 3 records do not fit the table; the command sets them aside\n"),
+      std::string::npos)
+      << o.prep.out;
+  EXPECT_EQ(o.command,
+            "kolvprep --text --layout=comma --skip=1 --columns=3 --char=2 --rejects=m.rejects "
+            "m.csv | kolv m.cmd && kolvdump --check m.dat");
+  EXPECT_NE(o.convert.err.find("kolvprep: m.csv: 3 records set aside into m.rejects\n"),
+            std::string::npos)
+      << o.convert.err;
+  EXPECT_EQ(kptest::read_file(dir.file("m.rejects")), "12\t99,x,1,2\n23\t98,y\n34\t97,\"z,3\n");
+  Reading r;
+  r.skip = 1;
+  r.kinds = {'n', 'c', 'n'};
+  expect_round_trip(dir, "m", clean, r);
+  // Every line of the report is one finding of about 100 characters at most.
+  for (const std::string& line : lines_of(o.prep.out)) {
+    if (line == o.command) continue;
+    EXPECT_LE(line.size(), 100u) << line;
+  }
+
+  // Padded instead: every record kept, no rejects file.
+  ScratchDir pad_dir;
+  kptest::write_file(pad_dir.file("m.csv"), text);
+  const Outcome p = prepare_and_convert(pad_dir, "m.csv", "--misfits=pad");
+  expect_converted(p);
+  EXPECT_NE(p.command.find(" --misfits=pad "), std::string::npos) << p.command;
+  EXPECT_FALSE(kptest::file_exists(pad_dir.file("m.rejects")));
+  const kptest::DataSet ds = kptest::read_data_set(pad_dir.file("m.dat"));
+  EXPECT_EQ(ds.rows, 43u) << ds.problem;
+}
+
+TEST(KolvprepE2e, AFileOfNamesAloneGivesAnEmptyDataSet) {
+  ScratchDir dir;
+  kptest::write_file(dir.file("h.csv"), "alpha,beta,gamma\n");
+  const Outcome o = prepare_and_convert(dir, "h.csv");
+  expect_converted(o);
+  const kptest::DataSet ds = kptest::read_data_set(dir.file("h.dat"));
+  ASSERT_TRUE(ds.problem.empty()) << ds.problem;
+  EXPECT_EQ(ds.rows, 0u);
+  EXPECT_EQ(ds.names, (std::vector<std::string>{"ALPHA", "BETA", "GAMMA"}));
+}
+
+TEST(KolvprepE2e, GivenChoicesAreReportedAndCarriedByTheCommand) {
+  ScratchDir dir;
+  const std::string text = "sales of 2020\nregion:code:amount\nnorth:\"007:2.5\nsouth:\"012:3\n";
+  kptest::write_file(dir.file("g.txt"), text);
+  const Outcome o = prepare_and_convert(
+      dir, "g.txt", "--delimiter : --quote none --skip 1 --header=1 --text-columns code");
+  expect_converted(o);
+  EXPECT_NE(o.prep.out.find("given: delimiter, quote, 1 header row, lines before the table, text "
+                            "columns code\n"),
+            std::string::npos)
+      << o.prep.out;
+  EXPECT_NE(o.prep.out.find("guessed: nothing\n"), std::string::npos) << o.prep.out;
+  EXPECT_EQ(o.command,
+            "kolvprep --text --layout=other --delimiter=58 --quote=none --skip=2 --columns=3 "
+            "--char=1,2 --rejects=g.rejects g.txt | kolv g.cmd && kolvdump --check g.dat");
+  // The quotes are text here: the code keeps its quote.
+  const kptest::DataSet ds = kptest::read_data_set(dir.file("g.dat"));
+  ASSERT_EQ(ds.rows, 2u) << ds.problem;
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&ds.slots[1]), 4), "\"007");
+}
+
+TEST(KolvprepE2e, QuotedLineEndsCrOnlyAndSingleQuotes) {
+  ScratchDir dir;
+  // RFC 4180: every field quoted, CRLF, a value holding a line end.
+  kptest::write_file(
+      dir.file("q.csv"),
+      "\"id\",\"text\",\"v\"\r\n\"1\",\"two\r\nlines\",\"2\"\r\n\"2\",\"x\",\"3\"\r\n"
+      "\"3\",\"y\",\"4\"\r\n");
+  const Outcome q = prepare_and_convert(dir, "q.csv");
+  expect_converted(q);
+  EXPECT_NE(q.prep.out.find("note: 1 record holds line ends inside quoted values; each becomes "
+                            "\"_\"\n"),
+            std::string::npos)
+      << q.prep.out;
+  kptest::DataSet ds = kptest::read_data_set(dir.file("q.dat"));
+  ASSERT_EQ(ds.rows, 3u) << ds.problem;
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&ds.slots[1]), 8), "two_line");
+  // Records ending with a CR alone.
+  kptest::write_file(dir.file("c.csv"), "a,b\r1,2\r3,4\r");
+  const Outcome c = prepare_and_convert(dir, "c.csv");
+  expect_converted(c);
+  EXPECT_NE(c.command.find("--record-end=cr"), std::string::npos) << c.command;
+  ds = kptest::read_data_set(dir.file("c.dat"));
+  EXPECT_EQ(ds.rows, 2u) << ds.problem;
+  // Single quotes around values holding the delimiter.
+  kptest::write_file(dir.file("s.csv"), "id,name\n1,'Doe, J'\n2,'Roe, A'\n3,'Poe, E'\n");
+  const Outcome s = prepare_and_convert(dir, "s.csv");
+  expect_converted(s);
+  ds = kptest::read_data_set(dir.file("s.dat"));
+  ASSERT_EQ(ds.rows, 3u) << ds.problem;
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&ds.slots[1]), 6), "Doe__J");
+}
+
+TEST(KolvprepE2e, WrongChoicesAreUsageErrors) {
+  ScratchDir dir;
+  kptest::write_file(dir.file("in.csv"), "a,b\n1,2\n");
+  for (const char* args : {"--quote x in.csv", "--header many in.csv", "--cuts 5-3 in.csv",
+                           "--misfits=drop in.csv", "--delimiter ab in.csv"}) {
+    const Result r = kptest::kolvprep(dir.path(), args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(r.err.rfind("kolvprep: cannot read --", 0), 0u) << r.err;
+    EXPECT_FALSE(kptest::file_exists(dir.file("in.cmd"))) << args;
+  }
+  const Result missing = kptest::kolvprep(dir.path(), "in.csv --skip");
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_EQ(missing.err.substr(0, missing.err.find('\n')),
+            "kolvprep: unknown option --skip (it needs a value)");
+  const Result column = kptest::kolvprep(dir.path(), "--numeric-columns 7 in.csv");
+  EXPECT_EQ(column.status, 1);
+  EXPECT_EQ(column.err,
+            "kolvprep: in.csv: no column 7 (columns are 1 to 2 or header names); no command file "
+            "written\n");
+}
+
 TEST(KolvprepE2e, ClosedPipeEndsTheRewriteQuietly) {
   ScratchDir dir;
   std::string text;
@@ -268,7 +415,9 @@ std::vector<Hostile> hostile_inputs() {
   }
   return {
       {"empty", "", "the file is empty"},
-      {"one_line", "1,2,3\n", "only one line of data: too little to tell a header from data"},
+      {"one_line", "1,2,3\n",
+       "only one line of data: too little to tell a header from data (give --header 1 or "
+       "--no-header)"},
       {"binary",
        std::string("\x7f"
                    "ELF\x02\x01\x01\0\0\0",
@@ -278,7 +427,7 @@ std::vector<Hostile> hostile_inputs() {
       {"long_line", std::string(10u << 20, '7') + "\n1\n",
        "line 1 is longer than 1 MiB: not a table of values"},
       {"inconsistent", inconsistent,
-       "no steady layout: the lines hold different numbers of fields"},
+       "no steady layout: the lines hold different numbers of fields (give --delimiter)"},
       {"bom_only", "\xEF\xBB\xBF", "the file holds nothing but a byte-order mark"},
   };
 }

@@ -35,11 +35,11 @@ const char* type_word(ColumnType t) {
     case ColumnType::kCharacter:
       return "character";
     case ColumnType::kDate:
-      return "ISO date";
+      return "dates";
     case ColumnType::kTime:
-      return "ISO time";
+      return "times";
     case ColumnType::kDateTime:
-      return "ISO date and time";
+      return "dates with times";
   }
   return "numeric";
 }
@@ -68,9 +68,16 @@ bool single_msym(const Detection& d, char* msym, bool* others) {
 bool can_read_as_is(const Detection& d, char* msym) {
   *msym = 0;
   bool others = false;
+  // Only a file read whole, every record of it seen to fit, may reach kolv
+  // as it is: a misfit in a part not seen would stop kolv.
+  if (!d.whole_file || d.compression != Compression::kNone) return false;
   if (d.bom || d.skip != 0 || d.quotes || d.misfits != 0 || d.comment_lines != 0) return false;
+  if (d.cr_records || d.decimal_comma || !d.missing.empty() || d.pad || d.data_lines == 0 ||
+      (d.layout != Layout::kFixed && (d.quoting.quote != '"' || d.quoting.backslash)))
+    return false;
   for (const Column& c : d.columns) {
-    if (is_date_like(c.type)) return false;
+    // A type given on the command line is held to by the rewrite alone.
+    if (is_date_like(c.type) || c.given_type || c.keep_tokens) return false;
   }
   switch (d.layout) {
     case Layout::kComma:
@@ -144,6 +151,9 @@ std::string layout_summary(const Detection& d) {
     case Layout::kFixed:
       s = "fixed columns without a delimiter";
       break;
+    case Layout::kOther:
+      s = std::string("separated by \"") + d.delimiter + "\"";
+      break;
   }
   if (d.quotes) s += ", quoted fields";
   s += d.crlf ? ", CRLF line ends" : ", LF line ends";
@@ -154,6 +164,10 @@ std::string layout_summary(const Detection& d) {
 Plan make_plan(const Detection& d, const std::string& file, const std::string& name) {
   Plan p;
   const std::string cmd = shell_quote(name + ".cmd");
+  // The data set is checked against its header after kolv: a run that left
+  // it short of the rows its header counts fails.
+  std::string check = " && kolvdump --check ";
+  check.append(shell_quote(name + ".dat"));
   p.direct = can_read_as_is(d, &p.msym);
   if (p.direct) {
     // INPUT takes the rest of its statement as the name, so a name with
@@ -163,84 +177,137 @@ Plan make_plan(const Detection& d, const std::string& file, const std::string& n
     p.input_redirect = awkward;
     p.input = awkward ? "/dev/stdin" : file;
     p.command = "kolv " + cmd + (awkward ? " < " + shell_quote(file) : "");
+    p.command.append(check);
   } else {
     p.input = "/dev/stdin";
     p.text_options = text_options_for(d);
+    std::string rejects = "--rejects=";
+    rejects.append(name).append(".rejects");
+    p.text_options.push_back(rejects);
     p.command = "kolvprep --text";
-    for (const std::string& o : p.text_options) p.command += " " + o;
+    for (const std::string& o : p.text_options) p.command.append(" ").append(shell_quote(o));
     p.command += std::string(" ") + shell_quote(file) + " | kolv " + cmd;
+    p.command.append(check);
   }
   return p;
 }
 
 namespace {
 
-// Warnings of one kind about several columns: each alone up to three, then
-// one line naming the columns.
-class ColumnWarnings {
+std::string plural(uint64_t n, const char* one, const char* many) {
+  return num(n) + " " + (n == 1 ? one : many);
+}
+
+// Findings about columns, each a line in column order; one kind found in
+// more than three columns is one line naming them.
+class ColumnFindings {
  public:
-  void add(const std::string& kind, const std::string& column, const std::string& detail) {
-    for (Group& g : groups_) {
-      if (g.kind == kind) {
-        g.columns.push_back(column);
-        g.details.push_back(detail);
-        return;
-      }
-    }
-    groups_.push_back({kind, {column}, {detail}});
+  void add(size_t column, const std::string& kind, const std::string& name,
+           const std::string& detail) {
+    items_.push_back({column, kind, name, detail});
   }
   void put(std::vector<std::string>& out) const {
-    for (const Group& g : groups_) {
-      if (g.columns.size() <= 3) {
-        for (size_t i = 0; i < g.columns.size(); ++i)
-          out.push_back("column " + g.columns[i] + ": " + g.details[i]);
+    std::vector<std::pair<size_t, std::string>> lines;
+    std::vector<std::string> grouped;
+    for (const Item& it : items_) {
+      size_t count = 0;
+      for (const Item& o : items_) count += o.kind == it.kind;
+      if (count <= 3) {
+        lines.push_back({it.column, "column " + it.name + ": " + it.detail});
         continue;
       }
+      if (std::find(grouped.begin(), grouped.end(), it.kind) != grouped.end()) continue;
+      grouped.push_back(it.kind);
       std::string names;
-      for (size_t i = 0; i < g.columns.size() && i < 6; ++i)
-        names += (i ? ", " : "") + g.columns[i];
-      if (g.columns.size() > 6) names += ", ...";
-      out.push_back(std::to_string(g.columns.size()) + " columns (" + names + "): " + g.kind +
-                    " (first: " + g.details.front() + ")");
+      size_t listed = 0;
+      for (const Item& o : items_) {
+        if (o.kind != it.kind) continue;
+        if (listed == 5) {
+          names += ", ...";
+          break;
+        }
+        names += (listed++ ? ", " : "") + o.name;
+      }
+      lines.push_back({it.column, num(count) + " columns (" + names + "): " + it.kind});
     }
+    std::stable_sort(lines.begin(), lines.end(),
+                     [](const auto& x, const auto& y) { return x.first < y.first; });
+    for (const auto& l : lines) out.push_back(l.second);
   }
 
  private:
-  struct Group {
-    std::string kind;
-    std::vector<std::string> columns;
-    std::vector<std::string> details;
+  struct Item {
+    size_t column;
+    std::string kind, name, detail;
   };
-  std::vector<Group> groups_;
+  std::vector<Item> items_;
 };
+
+// A number as the report writes it: without needless digits.
+std::string value_text(double v) {
+  char b[32];
+  std::snprintf(b, sizeof b, "%.6g", v);
+  return b;
+}
 
 }  // namespace
 
 std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
   std::vector<std::string> w;
-  ColumnWarnings cw;
-  for (const std::string& m : d.misfit_notes) w.push_back(m + "; kolv will report it");
-  if (d.misfits > d.misfit_notes.size())
-    w.push_back(num(d.misfits) + " lines of the sample do not fit the layout");
-  for (const Column& c : d.columns) {
-    if (c.type == ColumnType::kCharacter && c.widest > 8)
-      cw.add("text longer than 8 characters; kolv keeps the first 8", c.name,
-             "text up to " + num(c.widest) + " characters (\"" + c.widest_text + "\", " +
-                 where(c.widest_line) + "); kolv keeps the first 8");
-    if (c.type == ColumnType::kCharacter && c.numbers > 0)
-      cw.add("numbers and text; read as character", c.name,
-             num(c.numbers) + " numbers and " + num(c.texts) + " text values (\"" + c.first_text +
-                 "\", " + where(c.first_text_line) + "): read as character");
-    if (c.text_with_separators && !plan.direct)
-      cw.add("blanks, tabs or commas inside values are written as \"_\"", c.name,
-             "blanks, tabs or commas inside values (\"" + c.separator_example + "\", " +
-                 where(c.separator_line) + ") are written as \"_\"");
-    if (!c.code.empty() && c.code_count >= 2 && c.type == ColumnType::kNumeric)
-      cw.add("numbers that look like missing-value codes; kept as numbers", c.name,
-             c.code + " (" + num(c.code_count) +
-                 " times) looks like a missing-value code; kept as a number");
+  for (const std::string& doubt : d.doubts) w.push_back(doubt);
+  if (d.misfits != 0) {
+    std::string line = plural(d.misfits, "record", "records") +
+                       (d.whole_file ? "" : " of the sample") + " do not fit the table";
+    if (d.misfits == 1) line.replace(line.find(" do not fit"), 11, " does not fit");
+    line += d.pad            ? "; padded (--misfits=pad)"
+            : d.misfits == 1 ? "; the command sets it aside"
+                             : "; the command sets them aside";
+    w.push_back(line);
+    for (size_t i = 0; i < d.misfit_notes.size() && i < 3; ++i) w.push_back(d.misfit_notes[i]);
   }
-  cw.put(w);
+  ColumnFindings cf;
+  for (size_t j = 0; j < d.columns.size(); ++j) {
+    const Column& c = d.columns[j];
+    if (c.type == ColumnType::kCharacter && c.distinct_cut < c.distinct)
+      cf.add(j, "distinct values merge in the 8 bytes kolv keeps", c.name,
+             num(c.distinct) + " distinct values become " + num(c.distinct_cut) +
+                 " in the 8 bytes kolv keeps");
+    else if (c.type == ColumnType::kCharacter && c.widest > 8)
+      cf.add(j, "text longer than 8 bytes; kolv keeps the first 8", c.name,
+             "text up to " + num(c.widest) + " bytes (" + shown_value(c.widest_text) +
+                 "); kolv keeps the first 8");
+    if (c.type == ColumnType::kCharacter && c.ambiguous_dates > 0)
+      cf.add(j, "dates that may be day/month or month/day; kept as text", c.name,
+             "dates like " + shown_value(c.ambiguous_example) +
+                 " may be day/month or month/day; kept as text");
+    else if (c.type == ColumnType::kCharacter && c.numbers > 0 && c.texts > 0 && !c.given_type)
+      cf.add(j, "numbers and text; read as character", c.name,
+             plural(c.numbers, "number", "numbers") + " and " +
+                 plural(c.texts, "text value", "text values") + " (" + shown_value(c.first_text) +
+                 ", " + where(c.first_text_line) + "): read as character");
+    if (c.keep_tokens) {
+      std::string token;
+      for (const std::string& t : c.missing_tokens)
+        if (token.empty()) token = t;
+      cf.add(j, "codes that look like missing tokens, kept as text", c.name,
+             shown_value(token) + " has the shape of the other codes: kept as text");
+    }
+    if (c.type == ColumnType::kCharacter && c.texts == 0 && c.zero_codes > 0 && !c.given_type)
+      cf.add(j, "codes with leading zeros, kept as text (--numeric-columns reads numbers)", c.name,
+             "codes with leading zeros (" +
+                 shown_value(c.first_text.empty() ? c.widest_text : c.first_text) +
+                 ") kept as text; --numeric-columns reads numbers");
+    if (c.type == ColumnType::kCharacter && c.text_with_separators && !plan.direct)
+      cf.add(j, "blanks, tabs or commas inside values become \"_\"", c.name,
+             "blanks, tabs or commas inside values become \"_\" (" +
+                 shown_value(c.separator_example) + ")");
+    if (c.far_code())
+      cf.add(j, "a value far outside the others, like a missing-value code", c.name,
+             c.code + " (" + plural(c.code_count, "time", "times") + ") lies far outside " +
+                 value_text(c.other_min) + " to " + value_text(c.other_max) + "; --missing " +
+                 c.code + " makes it missing");
+  }
+  cf.put(w);
   if (!d.whole_file)
     w.push_back(
         "only a sample was read (the start and blocks through the file); --full reads it all");
@@ -249,19 +316,47 @@ std::vector<std::string> report_warnings(const Detection& d, const Plan& plan) {
 
 std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
   std::vector<std::string> n;
-  if (d.header)
-    n.push_back("line " + num(d.header_line) + " is a header line: its fields give the names");
+  if (d.header) {
+    n.push_back(d.header_rows > 1
+                    ? "lines " + num(d.header_line) + "-" + num(d.header_line + d.header_rows - 1) +
+                          " are header lines: their fields give the names"
+                    : "line " + num(d.header_line) +
+                          " is a header line: its fields give the names");
+  }
   if (d.names_from_comment) n.push_back("the comment line before the data gives the names");
-  if (d.skip > (d.header ? 1u : 0u))
-    n.push_back("the data start at line " + num(d.skip + 1) + "; the lines before are dropped");
-  for (const std::string& s : d.name_notes) n.push_back("header " + s);
+  const uint64_t before = d.header ? d.header_line - 1 : d.skip;
+  if (before == 1) n.push_back("line 1, before the table, is dropped");
+  if (before > 1) n.push_back("lines 1-" + num(before) + ", before the table, are dropped");
+  if (d.table_end != 0)
+    n.push_back("the lines from line " + num(d.table_end) +
+                " on (notes or another table) are left out");
+  if (d.joined_records != 0)
+    n.push_back(plural(d.joined_records, "record holds", "records hold") +
+                " line ends inside quoted values; each becomes \"_\"");
+  // The names that had to change, in one note.
+  if (!d.name_notes.empty()) {
+    std::string line = "names changed: ";
+    size_t listed = 0;
+    for (const std::string& s : d.name_notes) {
+      if (line.size() + s.size() > 90) break;
+      line += (listed++ ? ", " : "") + s;
+    }
+    if (listed < d.name_notes.size())
+      line += " (and " + num(d.name_notes.size() - listed) + " more)";
+    n.push_back(line);
+  }
+  if (d.decimal_comma) n.push_back("numbers are written with a decimal comma (1.234,5)");
   std::string wide;
   for (const Column& c : d.columns) {
     if (c.type == ColumnType::kNumeric && c.numbers > 0 && c.integers &&
         (c.max > 32767 || c.min < -32767))
       wide += (wide.empty() ? "" : ", ") + c.name;
+    if (c.date_order != DateOrder::kNone)
+      n.push_back("column " + c.name + ": " +
+                  (c.date_order == DateOrder::kDayFirst ? "day/month" : "month/day") +
+                  " dates, as a value over 12 shows");
     if (is_date_like(c.type))
-      n.push_back("column " + c.name + ": " + type_word(c.type) + "s, written as numbers " +
+      n.push_back("column " + c.name + ": " + type_word(c.type) + ", written as numbers " +
                   (c.type == ColumnType::kDate   ? "yyyymmdd"
                    : c.type == ColumnType::kTime ? "hhmmss"
                                                  : "yyyymmddhhmmss"));
@@ -271,12 +366,13 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
   uint64_t missing = 0;
   size_t columns = 0;
   for (const Column& c : d.columns) {
-    if (c.missing == 0) continue;
+    // A column whose tokens are codes is said on its own.
+    if (c.missing == 0 || c.keep_tokens) continue;
     missing += c.missing;
     ++columns;
     for (const std::string& t : c.missing_tokens) {
-      const std::string shown = t.empty() ? "empty" : "\"" + t + "\"";
-      if (std::find(tokens.begin(), tokens.end(), shown) == tokens.end()) tokens.push_back(shown);
+      const std::string token = t.empty() ? "empty" : "\"" + t + "\"";
+      if (std::find(tokens.begin(), tokens.end(), token) == tokens.end()) tokens.push_back(token);
     }
   }
   if (missing != 0) {
@@ -285,9 +381,7 @@ std::vector<std::string> report_notes(const Detection& d, const Plan& plan) {
     n.push_back("missing values: " + num(missing) + " in " + num(columns) + " column" +
                 (columns == 1 ? "" : "s") + " (" + list + ")");
   }
-  if (!wide.empty())
-    n.push_back("integers beyond the 2-byte range in " + wide +
-                ": 2-byte output (OUTTYP I) would not hold them");
+  if (!wide.empty()) n.push_back("integers too large for 2-byte output (OUTTYP I) in " + wide);
   if (plan.msym != 0) n.push_back(std::string("\"") + plan.msym + "\" marks missing values (MSYM)");
   return n;
 }
@@ -351,11 +445,11 @@ std::string command_file_text(const Detection& d, const Plan& plan, const std::s
                                             : "yyyymmddhhmmss");
     if (c.type == ColumnType::kCharacter && c.widest > 8)
       why += (why.empty() ? "" : "; ") + std::string("text up to ") + num(c.widest) +
-             " characters: kolv keeps 8";
+             " bytes: kolv keeps 8";
     if (c.type == ColumnType::kCharacter && c.numbers > 0)
       why += (why.empty() ? "" : "; ") + std::string("numbers and text: read as character");
-    if (!c.code.empty() && c.code_count >= 2 && c.type == ColumnType::kNumeric)
-      why += (why.empty() ? "" : "; ") + c.code + " looks like a missing code, kept as a number";
+    if (c.far_code())
+      why += (why.empty() ? "" : "; ") + c.code + " far outside the other values: a missing code?";
     if (c.missing > 0 && !c.missing_tokens.empty()) {
       std::string tokens;
       for (const std::string& tok : c.missing_tokens)

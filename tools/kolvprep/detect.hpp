@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fields.hpp"
+#include "source.hpp"
 
 namespace kolvprep {
 
@@ -42,6 +43,8 @@ struct Sample {
   bool bom = false;
   size_t crlf_lines = 0;
   size_t lf_lines = 0;
+  bool cr_records = false;  // records end with a CR alone (read as line feeds)
+  Compression compression = Compression::kNone;
   bool final_newline = true;
 };
 
@@ -68,6 +71,11 @@ struct Column {
   std::string widest_text;
   uint64_t widest_line = 0;
   std::string first_text;  // first value that is text
+  // The shape of the text values ("AA" for two capitals) when they all
+  // have one; a missing token of that shape ("NA") is then a value.
+  std::string shape;
+  bool one_shape = true;
+  bool keep_tokens = false;
   uint64_t first_text_line = 0;
   bool text_with_separators = false;  // a blank, tab or comma inside a value
   std::string separator_example;
@@ -77,10 +85,74 @@ struct Column {
   std::vector<std::string> missing_tokens;  // distinct missing tokens seen
   std::string code;                         // a number that looks like a missing-value code
   size_t code_count = 0;
+  double code_value = 0;
+  double other_min = 0, other_max = 0;  // the numbers other than the code
+  size_t others = 0;
+  // Codes with leading zeros ("00501"): how many, and their one width (0
+  // when they differ).
+  size_t zero_codes = 0;
+  size_t zero_width = 0;
+  size_t number_width = 0;     // the one width of numbers written in digits only (0: none)
+  bool other_numbers = false;  // a number not written in digits only, or of another width
+  // Dates such as 01/02/2000 that may be day/month or month/day.
+  size_t ambiguous_dates = 0;
+  bool ambiguous_times = false;       // such dates with a time after them
+  int max_first = 0, max_second = 0;  // the largest first and second numbers
+  DateOrder date_order = DateOrder::kNone;
+  std::string ambiguous_example;
+  // Distinct values of a text column, and of their first 8 bytes as kolv
+  // keeps them (counted up to kMaxDistinct).
+  size_t distinct = 0, distinct_cut = 0;
+  bool given_type = false;  // --text-columns or --numeric-columns
+
+  // A number like a missing-value code that lies far outside the column's
+  // other values (more than twice their spread beyond them).
+  bool far_code() const {
+    if (code.empty() || type != ColumnType::kNumeric || others < 2) return false;
+    const double spread = other_max - other_min;
+    return code_value < other_min - 2 * spread - 1 || code_value > other_max + 2 * spread + 1;
+  }
 };
+
+// Choices given on the command line instead of guessed.
+struct Overrides {
+  bool layout_given = false;
+  Layout layout = Layout::kComma;
+  char delimiter = 0;  // Layout::kOther's byte
+  bool quote_given = false;
+  char quote = '"';  // 0: no quoting
+  int header = -1;   // header rows; -1: guessed
+  long skip = -1;    // lines before the table; -1: guessed
+  std::vector<FixedColumn> cuts;
+  std::vector<std::string> text_columns;     // numbers or header names
+  std::vector<std::string> numeric_columns;  // numbers or header names
+  std::vector<std::string> missing;
+  bool pad = false;
+};
+
+// How many distinct values of a text column are counted.
+inline constexpr size_t kMaxDistinct = 100000;
 
 struct Detection {
   Layout layout = Layout::kComma;
+  char delimiter = 0;  // Layout::kOther's byte
+  Quoting quoting;
+  bool cr_records = false;
+  bool decimal_comma = false;
+  bool pad = false;
+  Compression compression = Compression::kNone;
+  std::vector<std::string> missing;  // tokens given with --missing
+  size_t header_rows = 0;            // lines the names come from
+  // What was given rather than guessed, for the report.
+  bool layout_given = false, quote_given = false, header_given = false, skip_given = false,
+       cuts_given = false;
+  // Weak evidence, each one line naming the option that settles it.
+  std::vector<std::string> doubts;
+  uint64_t joined_records = 0;             // records of the sample that span lines
+  uint64_t table_end = 0;                  // the line where another table begins (0: none)
+  uint64_t rest_lines = 0;                 // lines from there on, when the whole file was read
+  uint64_t foreign_rows = 0;               // rows of text amid numbers (a heading, a note)
+  std::vector<std::string> column_errors;  // --text-columns names not found
   size_t skip = 0;   // lines dropped before the data, counted from the file's start
   char comment = 0;  // lines beginning with it are comments (0: none)
   bool header = false;
@@ -106,9 +178,13 @@ struct Detection {
   std::vector<std::string> name_notes;  // header names that had to change
 };
 
-// Finds the layout, header and columns of the sample. Returns false with a
-// one-line reason when no table can be found.
-bool detect(const Sample& sample, Detection& detection, std::string& error);
+// Finds the layout, header and columns of the sample, taking what is given
+// in `given` as settled. Returns false with a one-line reason (naming the
+// option that settles it) when no table can be found.
+bool detect(const Sample& sample, const Overrides& given, Detection& detection, std::string& error);
+inline bool detect(const Sample& sample, Detection& detection, std::string& error) {
+  return detect(sample, Overrides{}, detection, error);
+}
 
 // The name rules of the command language: letters, digits and "_", at most
 // 32 characters, starting with a letter or "_" (so that the packed record

@@ -1,6 +1,7 @@
 #include "fields.hpp"
 
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 
 #include "base/numparse.hpp"
@@ -21,13 +22,15 @@ const char* layout_word(Layout layout) {
       return "blank";
     case Layout::kFixed:
       return "fixed";
+    case Layout::kOther:
+      return "other";
   }
   return "comma";
 }
 
 bool layout_from_word(std::string_view word, Layout& layout) {
   for (Layout l : {Layout::kComma, Layout::kTab, Layout::kSemicolon, Layout::kPipe, Layout::kBlank,
-                   Layout::kFixed}) {
+                   Layout::kFixed, Layout::kOther}) {
     if (word == layout_word(l)) {
       layout = l;
       return true;
@@ -59,8 +62,54 @@ std::string_view trim(std::string_view s) {
   return s.substr(b, e - b);
 }
 
-Splitter::Splitter(Layout layout, std::vector<FixedColumn> fixed)
-    : layout_(layout), delimiter_(layout_delimiter(layout)), fixed_(std::move(fixed)) {}
+bool QuoteTracker::open_after(std::string_view text) {
+  const char q = quoting_.quote;
+  for (const char c : text) {
+    const bool ends_field = delimiter_ != 0 ? c == delimiter_ : (c == ' ' || c == '\t');
+    switch (state_) {
+      case kFieldStart:
+        if (ends_field) {
+          // Runs of blanks end one field only.
+          if (delimiter_ != 0) ++field_;
+          break;
+        }
+        if (c == q && q != 0) {
+          state_ = kQuoted;
+          open_field_ = field_;
+        } else if (c != ' ' && c != '\t') {
+          state_ = kUnquoted;
+        }
+        break;
+      case kUnquoted:
+      case kAfterClose:
+        if (ends_field) {
+          state_ = kFieldStart;
+          ++field_;
+        }
+        break;
+      case kQuoted:
+        if (quoting_.backslash && c == '\\')
+          state_ = kEscape;
+        else if (c == q)
+          state_ = quoting_.backslash ? kAfterClose : kQuoteSeen;
+        break;
+      case kEscape:
+        state_ = kQuoted;
+        break;
+      case kQuoteSeen:
+        state_ = c == q ? kQuoted : ends_field ? kFieldStart : kAfterClose;
+        field_ += ends_field;
+        break;
+    }
+  }
+  return state_ == kQuoted || state_ == kEscape;
+}
+
+Splitter::Splitter(Layout layout, std::vector<FixedColumn> fixed, Quoting quoting, char delimiter)
+    : layout_(layout),
+      delimiter_(layout == Layout::kOther ? delimiter : layout_delimiter(layout)),
+      quoting_(quoting),
+      fixed_(std::move(fixed)) {}
 
 bool Splitter::split(std::string_view line, std::vector<std::string_view>& fields) {
   fields.clear();
@@ -81,19 +130,24 @@ bool Splitter::split(std::string_view line, std::vector<std::string_view>& field
 }
 
 // Reads the quoted field whose opening quote is at line[i]: its text, with
-// doubled quotes made single, goes into the scratch space and out as a
+// escaped quotes made single, goes into the scratch space and out as a
 // trimmed view; i moves past the closing quote. False at an open quote.
 bool Splitter::read_quoted(std::string_view line, size_t& i, std::string_view& value) {
   saw_quote_ = true;
   ++i;
   const size_t n = line.size();
   const size_t s0 = scratch_.size();
+  const char q = quoting_.quote;
   for (;;) {
     if (i >= n) return false;
     const char c = line[i++];
-    if (c == '"') {
-      if (i < n && line[i] == '"') {
-        scratch_.push_back('"');
+    if (quoting_.backslash && c == '\\' && i < n) {
+      scratch_.push_back(line[i++]);
+      continue;
+    }
+    if (c == q) {
+      if (!quoting_.backslash && i < n && line[i] == q) {
+        scratch_.push_back(q);
         ++i;
         continue;
       }
@@ -111,7 +165,7 @@ bool Splitter::split_delimited(std::string_view line, std::vector<std::string_vi
   for (;;) {
     const size_t start = i;
     while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
-    if (i < n && line[i] == '"') {
+    if (i < n && line[i] == quoting_.quote && quoting_.quote != 0) {
       std::string_view value;
       if (!read_quoted(line, i, value)) return false;
       while (i < n && line[i] != delimiter_ && is_blank(line[i])) ++i;
@@ -138,7 +192,7 @@ bool Splitter::split_blank(std::string_view line, std::vector<std::string_view>&
   for (;;) {
     while (i < n && is_blank(line[i])) ++i;
     if (i >= n) return true;
-    if (line[i] == '"') {
+    if (line[i] == quoting_.quote && quoting_.quote != 0) {
       std::string_view value;
       if (!read_quoted(line, i, value)) return false;
       if (i < n && !is_blank(line[i])) return false;
@@ -185,6 +239,26 @@ bool digits(std::string_view s, size_t at, size_t count, int* value) {
 }
 
 }  // namespace
+
+std::string shown_value(std::string_view v, size_t most) {
+  std::string out;
+  for (size_t i = 0; i < v.size(); ++i) {
+    if (out.size() >= most) {
+      out += "...";
+      break;
+    }
+    const char c = v[i];
+    if (c == '\n')
+      out += "\\n";
+    else if (c == '\r')
+      out += "\\r";
+    else if (c == '\t')
+      out += "\\t";
+    else
+      out.push_back(c);
+  }
+  return "\"" + out + "\"";
+}
 
 bool is_missing_token(std::string_view v) {
   if (v.empty()) return true;
@@ -278,17 +352,147 @@ bool iso_datetime(std::string_view v, std::string* out) {
   return true;
 }
 
+namespace {
+
+constexpr const char* kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
+                                   "jul", "aug", "sep", "oct", "nov", "dec"};
+
+// A month's name (its first three letters, or the whole name) → 1..12.
+int month_of(std::string_view w) {
+  if (w.size() < 3) return 0;
+  for (int m = 0; m < 12; ++m) {
+    bool same = true;
+    for (size_t i = 0; i < 3; ++i)
+      same = same && std::tolower(static_cast<unsigned char>(w[i])) == kMonths[m][i];
+    if (same) {
+      static constexpr const char* kFull[] = {"january",   "february", "march",    "april",
+                                              "may",       "june",     "july",     "august",
+                                              "september", "october",  "november", "december"};
+      if (w.size() == 3 || (w.size() == 4 && w[3] == '.')) return m + 1;
+      return equal_nocase(w, kFull[m]) ? m + 1 : 0;
+    }
+  }
+  return 0;
+}
+
+// A number of 1..max digits.
+bool small_number(std::string_view w, size_t max, int* value) {
+  if (w.empty() || w.size() > max) return false;
+  return digits(w, 0, w.size(), value);
+}
+
+bool put_date(int y, int m, int d, std::string* out) {
+  if (y < 1000 || m < 1 || m > 12 || d < 1 || d > 31) return false;
+  if (out != nullptr) {
+    char b[16];
+    std::snprintf(b, sizeof b, "%04d%02d%02d", y, m, d);
+    out->append(b);
+  }
+  return true;
+}
+
+// The words of a named-month date: "Jan 5 2000", "Jan 5, 2000", "5 Jan 2000".
+bool month_name_date(std::string_view v, std::string* out) {
+  std::string_view w[3];
+  size_t n = 0;
+  size_t i = 0;
+  while (i < v.size()) {
+    while (i < v.size() && (v[i] == ' ' || v[i] == ',')) ++i;
+    if (i >= v.size()) break;
+    if (n == 3) return false;
+    const size_t b = i;
+    while (i < v.size() && v[i] != ' ' && v[i] != ',') ++i;
+    w[n++] = v.substr(b, i - b);
+  }
+  if (n != 3) return false;
+  int y, d, m = month_of(w[0]);
+  if (m != 0)
+    return small_number(w[1], 2, &d) && w[2].size() == 4 && small_number(w[2], 4, &y) &&
+           put_date(y, m, d, out);
+  m = month_of(w[1]);
+  return m != 0 && small_number(w[0], 2, &d) && w[2].size() == 4 && small_number(w[2], 4, &y) &&
+         put_date(y, m, d, out);
+}
+
+}  // namespace
+
+bool any_date(std::string_view v, std::string* out) {
+  if (iso_date(v, out)) return true;
+  int y, m, d;
+  if (v.size() == 10 && v[4] == '/' && v[7] == '/' && digits(v, 0, 4, &y) && digits(v, 5, 2, &m) &&
+      digits(v, 8, 2, &d))
+    return put_date(y, m, d, out);
+  if (v.size() == 10 && v[2] == '.' && v[5] == '.' && digits(v, 0, 2, &d) && digits(v, 3, 2, &m) &&
+      digits(v, 6, 4, &y))
+    return put_date(y, m, d, out);
+  if (v.size() >= 8 && v.size() <= 20 && std::isalpha(static_cast<unsigned char>(v[0])) != 0)
+    return month_name_date(v, out);
+  if (v.size() >= 8 && v.size() <= 20 && std::isdigit(static_cast<unsigned char>(v[0])) != 0 &&
+      v.find(' ') != std::string_view::npos)
+    return month_name_date(v, out);
+  return false;
+}
+
+bool any_datetime(std::string_view v, std::string* out) {
+  if (iso_datetime(v, out)) return true;
+  // The time is the last word (after "T" or a blank).
+  const size_t cut = v.find_last_of(" T");
+  if (cut == std::string_view::npos || cut + 1 >= v.size()) return false;
+  std::string_view time = v.substr(cut + 1);
+  if (!time.empty() && time.back() == 'Z') time.remove_suffix(1);
+  std::string date_digits, time_digits;
+  if (!iso_time(time, &time_digits) || !any_date(trim(v.substr(0, cut)), &date_digits))
+    return false;
+  if (out != nullptr) {
+    out->append(date_digits);
+    out->append(time_digits);
+  }
+  return true;
+}
+
+bool ambiguous_date(std::string_view v, int* first, int* second) {
+  // The date part only; a time may follow after a blank.
+  const size_t blank = v.find(' ');
+  if (blank != std::string_view::npos) {
+    if (!iso_time(v.substr(blank + 1))) return false;
+    v = v.substr(0, blank);
+  }
+  if (v.size() != 10 || v[2] != v[5] || (v[2] != '/' && v[2] != '-')) return false;
+  int a, b, y;
+  if (!digits(v, 0, 2, &a) || !digits(v, 3, 2, &b) || !digits(v, 6, 4, &y)) return false;
+  if (a < 1 || b < 1 || a > 31 || b > 31 || (a > 12 && b > 12)) return false;
+  if (first != nullptr) *first = a;
+  if (second != nullptr) *second = b;
+  return true;
+}
+
+bool ordered_date(std::string_view v, DateOrder order, bool with_time, std::string* out) {
+  int a = 0, b = 0;
+  if (order == DateOrder::kNone || !ambiguous_date(v, &a, &b)) return false;
+  const size_t blank = v.find(' ');
+  if (with_time != (blank != std::string_view::npos)) return false;
+  int y = 0;
+  digits(v, 6, 4, &y);
+  std::string date;
+  if (!put_date(y, order == DateOrder::kDayFirst ? b : a, order == DateOrder::kDayFirst ? a : b,
+                &date))
+    return false;
+  if (with_time && !iso_time(v.substr(blank + 1), &date)) return false;
+  if (out != nullptr) out->append(date);
+  return true;
+}
+
 ValueKind classify(std::string_view v, double* number) {
   if (is_missing_token(v)) return ValueKind::kMissing;
   if (is_kolv_number(v, number)) return ValueKind::kNumber;
-  if (v.size() < 5 || v.size() > 40 || v[0] < '0' || v[0] > '9') return ValueKind::kText;
+  if (v.size() < 5 || v.size() > 40) return ValueKind::kText;
   std::string digits_text;
   ValueKind kind;
-  if (iso_date(v, &digits_text)) {
+  if (any_date(v, &digits_text)) {
     kind = ValueKind::kDate;
   } else if (iso_time(v, &digits_text)) {
     kind = ValueKind::kTime;
-  } else if (iso_datetime(v, &digits_text)) {
+  } else if (any_datetime(v, &digits_text)) {
     kind = ValueKind::kDateTime;
   } else {
     return ValueKind::kText;

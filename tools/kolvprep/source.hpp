@@ -43,6 +43,10 @@ class Source {
   Compression compression_;
 };
 
+// Whether this build reads `compression` (its library was found when it was
+// built); a plain file always reads.
+bool can_read(Compression compression);
+
 // Opens `path` ("-" is standard input) and looks at its first bytes. Returns
 // nullptr with a one-line reason in `error` when it cannot be opened, or when
 // it is compressed in a way this build cannot read.
