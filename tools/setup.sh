@@ -16,6 +16,9 @@ packages=(
   python3 python3-numpy
   # kolvprep's decompression libraries, and the tools its tests compress with
   zlib1g-dev libzstd-dev liblzma-dev libbz2-dev gzip zstd xz-utils bzip2
+  # the crash-state test records runs with strace; the package test builds a
+  # .deb (dpkg-dev); the completions test parses the zsh completion too
+  strace dpkg-dev zsh
 )
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
