@@ -35,7 +35,7 @@ constexpr const char* kHelp =
     "kolvprep looks at a text file of values and writes NAME.cmd, a kolv command\n"
     "file that converts it into NAME.dat; the last line it prints is the shell\n"
     "command that does the conversion and checks the data set. Every choice it\n"
-    "guesses can be given instead (--opt VALUE or --opt=VALUE):\n"
+    "guesses can be given instead, as \"--skip 2\" or \"--skip=2\":\n"
     "\n"
     "  --name NAME          name of NAME.cmd, NAME.dat and NAME.rejects (default:\n"
     "                       FILE's base name without its extension)\n"
