@@ -345,10 +345,12 @@ TEST(Rewrite, HeaderQuotesMissingDatesAndSeparators) {
   const Rewritten r = rewrite_text(in, o);
   EXPECT_EQ(r.out, "1,a__b,20100131,\n6,w,,7\n");
   ASSERT_EQ(r.warnings.size(), 4u);
-  EXPECT_EQ(r.warnings[0], "line 2: blanks, tabs or commas inside \"a, b\" written as \"_\"");
-  EXPECT_EQ(r.warnings[1], "line 4: text in a numeric column; set aside");
-  EXPECT_EQ(r.warnings[2], "line 5: 2 fields where 4 are expected; set aside");
-  EXPECT_EQ(r.warnings[3], "line 6: text in a numeric column; set aside");
+  EXPECT_EQ(r.warnings[0], "line 4: text in a numeric column; set aside");
+  EXPECT_EQ(r.warnings[1], "line 5: 2 fields where 4 are expected; set aside");
+  EXPECT_EQ(r.warnings[2], "line 6: text in a numeric column; set aside");
+  // The values whose blanks became "_" are counted in one line at the end.
+  EXPECT_EQ(r.warnings[3],
+            "1 value with blanks, tabs or commas written as \"_\" (first: line 2, \"a, b\")");
   // The same bytes fed one at a time give the same text.
   EXPECT_EQ(rewrite_text(in, o, 1).out, r.out);
 }
@@ -371,11 +373,9 @@ TEST(Rewrite, OnePassCopyEqualsTheFullWay) {
   // Set aside: text after a closing quote, a field too few, one too many
   // (each said), and a quote that never closes (beyond the three said).
   const std::vector<std::string> said = {
-      "line 2: blanks, tabs or commas inside \"a b\" written as \"_\"",
-      "line 6: a quote out of place; set aside",
-      "line 7: blanks, tabs or commas inside \"a b\" written as \"_\"",
-      "line 8: 2 fields where 3 are expected; set aside",
-      "line 9: 4 fields where 3 are expected; set aside"};
+      "line 6: a quote out of place; set aside", "line 8: 2 fields where 3 are expected; set aside",
+      "line 9: 4 fields where 3 are expected; set aside",
+      "2 values with blanks, tabs or commas written as \"_\" (first: line 2, \"a b\")"};
   EXPECT_EQ(fast.warnings, said);
 }
 
@@ -898,6 +898,63 @@ TEST(Detect, DayAndMonthOrderShownByTheColumn) {
                                                         "--day-first=1", "--month-first=2"})
           .r.out,
       "20000213,20000103100000\n");
+}
+
+// A right-aligned table under comment lines and a header of names: the
+// names split at blanks as the values do, so the columns are those between
+// blanks, even where a value ("ST0") changes from letters to digits inside.
+TEST(Detect, BlankAlignedTableWithNamesIsNotCutIntoFixedColumns) {
+  std::string text = "# station data\n# second note\n  year  month     temp  station\n";
+  const char* temps[] = {"-10.06", "21.50", "3.25", "38.00"};
+  char line[80];
+  for (int i = 0; i < 12; ++i) {
+    std::snprintf(line, sizeof line, "%6d%7d%9s%9s%d\n", 2000 + i / 4, i % 4 + 1, temps[i % 4],
+                  "ST", i % 3);
+    text += line;
+  }
+  const Found f = look(text);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.layout, Layout::kBlank);
+  ASSERT_EQ(f.d.columns.size(), 4u);
+  EXPECT_EQ(f.d.columns[0].name, "YEAR");
+  EXPECT_EQ(f.d.columns[2].name, "TEMP");
+  EXPECT_EQ(f.d.columns[2].type, ColumnType::kNumeric);
+  EXPECT_EQ(f.d.columns[3].name, "station");
+  EXPECT_EQ(f.d.columns[3].type, ColumnType::kCharacter);
+  EXPECT_EQ(f.d.data_lines, 12u);
+}
+
+// Two header rows where the first reads as numbers (years) and the second
+// names what each year holds: both are the header, and no data row is lost.
+TEST(Detect, NamesUnderARowOfYearsAreASecondHeaderRow) {
+  std::string text = "region,2019,2019,2020,2020\n,pop,gdp,pop,gdp\n";
+  char line[80];
+  for (int i = 0; i < 6; ++i) {
+    std::snprintf(line, sizeof line, "R%d,%d,1.%d,%d,2.%d\n", i, 10 * i, i, 11 * i, i);
+    text += line;
+  }
+  const Found f = look(text);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.header_rows, 2u);
+  EXPECT_EQ(f.d.data_lines, 6u);
+  EXPECT_EQ(f.d.misfits, 0u);
+  ASSERT_EQ(f.d.columns.size(), 5u);
+  EXPECT_EQ(f.d.columns[1].header, "2019 pop");
+  EXPECT_EQ(f.d.columns[4].header, "2020 gdp");
+  EXPECT_EQ(f.d.columns[1].type, ColumnType::kNumeric);
+}
+
+// Records ended by a CR alone are read as lines, and the report says so.
+TEST(Detect, CarriageReturnRecordsAreNamedInTheReport) {
+  std::string text = "a\tb\tc\r";
+  for (int i = 0; i < 8; ++i)
+    text += std::to_string(i) + "\t" + std::to_string(i) + ".5\tx" + std::to_string(i) + "\r";
+  const Found f = look(text);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_TRUE(f.d.cr_records);
+  EXPECT_EQ(f.d.data_lines, 8u);
+  EXPECT_EQ(layout_summary(f.d).find("LF line ends"), std::string::npos) << layout_summary(f.d);
+  EXPECT_NE(layout_summary(f.d).find(", CR line ends"), std::string::npos) << layout_summary(f.d);
 }
 
 }  // namespace

@@ -156,7 +156,7 @@ std::string layout_summary(const Detection& d) {
       break;
   }
   if (d.quotes) s += ", quoted fields";
-  s += d.crlf ? ", CRLF line ends" : ", LF line ends";
+  s += d.cr_records ? ", CR line ends" : d.crlf ? ", CRLF line ends" : ", LF line ends";
   if (d.bom) s += ", byte-order mark";
   return s;
 }

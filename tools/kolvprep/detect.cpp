@@ -854,7 +854,26 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       shortest = std::min(shortest, t.size());
       longest = std::max(longest, t.size());
     }
-    if ((blank.share < 1.0 || one_length) && 2 * shortest >= longest)
+    // A first line of names that splits at blanks into as many fields as
+    // every line below it, with a name over a column of numbers, is the
+    // header of a blank-aligned table: its names say where the columns are,
+    // whatever the characters inside a value do.
+    bool names_agree = false;
+    if (texts.size() > 2 && blank.share >= 1.0) {
+      Splitter words(Layout::kBlank, {}, quoting, 0);
+      std::vector<std::string_view> f;
+      std::vector<std::string> names;
+      if (words.split(texts[0], f) && f.size() == blank.columns) names.assign(f.begin(), f.end());
+      std::vector<size_t> numbers(names.size(), 0);
+      for (std::string_view t : body) {
+        if (!words.split(t, f) || f.size() != names.size()) continue;
+        for (size_t j = 0; j < f.size(); ++j) numbers[j] += classify(f[j]) == ValueKind::kNumber;
+      }
+      for (size_t j = 0; j < names.size(); ++j)
+        names_agree = names_agree || (classify(names[j]) == ValueKind::kText &&
+                                      10 * numbers[j] >= 9 * body.size());
+    }
+    if ((blank.share < 1.0 || one_length) && 2 * shortest >= longest && !names_agree)
       fixed = find_fixed_columns(body);
     if (fixed.size() >= 2 &&
         (blank.share < 1.0 ? fixed.size() >= blank.columns : fixed.size() > blank.columns)) {
@@ -1140,6 +1159,12 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     header_rows = 1;  // names alone, checked above
   } else {
     while (header_rows < 3 && header_like(start + header_rows)) ++header_rows;
+    if (header_rows == 0 && texts.size() - start > 3 && fits(start) && header_like(start + 1)) {
+      // Names under a first header row that reads as numbers (years over
+      // "pop" and "gdp"): both rows are the header.
+      header_rows = 2;
+      while (header_rows < 3 && header_like(start + header_rows)) ++header_rows;
+    }
     if (header_rows == 0 && texts.size() - start == 2 && fits(start)) {
       // Two lines: a header when the first is all text and the second is not.
       std::vector<std::string> head(fields.begin(), fields.end());

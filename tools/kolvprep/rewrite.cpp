@@ -449,8 +449,10 @@ bool Rewriter::finish() {
   while (!held_.empty()) release_held();
   if (padded_ > kWarnLines)
     warn_(std::to_string(padded_) + " records in all did not fit the table and were padded");
-  if (replaced_ > 3)
-    warn_(std::to_string(replaced_) + " values in all had blanks, tabs or commas written as \"_\"");
+  // One line for all the values whose blanks were replaced, with the first.
+  if (replaced_ != 0)
+    warn_(std::to_string(replaced_) + (replaced_ == 1 ? " value" : " values") +
+          " with blanks, tabs or commas written as \"_\" (first: " + first_replaced_ + ")");
   if (left_out_ != 0)
     warn_(std::to_string(left_out_) + " lines from line " + std::to_string(options_.end) +
           " on (notes or another table) left out");
@@ -637,7 +639,7 @@ void Rewriter::record(uint64_t number, std::string_view text, std::string_view r
             (numeric_text_ != numeric_text ? "text in a numeric column made missing"
                                            : "fields absent or extra") +
             "; padded");
-    if (!pending_.empty()) warn_(pending_);
+    if (first_replaced_.empty()) first_replaced_ = pending_;
     pending_.clear();
     return;
   }
@@ -818,11 +820,10 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
   return true;
 }
 void Rewriter::note_replaced(std::string_view v) {
-  // The first few are named, once their line is known to fit.
-  if (++replaced_ <= 3 && pending_.empty()) {
-    pending_ = "line " + std::to_string(record_number_) + ": blanks, tabs or commas inside " +
-               shown_value(v, 40) + " written as \"_\"";
-  }
+  // The first is named at the end, once its line is known to be kept.
+  ++replaced_;
+  if (first_replaced_.empty() && pending_.empty())
+    pending_ = "line " + std::to_string(record_number_) + ", " + shown_value(v, 40);
 }
 
 // Writes one value; false for text in a numeric column (with pad, it is

@@ -125,8 +125,9 @@ class Rewriter {
   // (a time hh:mm grows by two digits, so a line at most doubles).
   std::unique_ptr<char[]> out_;
   size_t used_ = 0;
-  std::string scratch_;  // one unquoted value
-  std::string pending_;  // a warning about the line in hand
+  std::string scratch_;         // one unquoted value
+  std::string pending_;         // the first value with blanks written as "_", in the line in hand
+  std::string first_replaced_;  // where that first happened in a record kept
   uint8_t byte_class_[256] = {};
   bool plain_ = false;
   uint64_t delimiter_word_ = 0;
