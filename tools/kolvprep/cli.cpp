@@ -155,6 +155,15 @@ std::string default_name(const std::string& file) {
   while (base.size() > 1 && base.back() == '/') base.pop_back();
   const size_t slash = base.rfind('/');
   if (slash != std::string::npos) base = base.substr(slash + 1);
+  // A compressed export's name loses the compression's extension first
+  // (data.csv.gz is named data, as data.csv is).
+  for (const char* ext : {".gz", ".zst", ".xz", ".bz2"}) {
+    const std::string e(ext);
+    if (base.size() > e.size() + 1 && base.compare(base.size() - e.size(), e.size(), e) == 0) {
+      base.resize(base.size() - e.size());
+      break;
+    }
+  }
   const size_t dot = base.rfind('.');
   if (dot != std::string::npos && dot != 0) base.resize(dot);
   return base;
