@@ -1120,18 +1120,13 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
     }
     bool text_over_values = false;
     bool all_text = true;
-    size_t texts_in_values = 0, value_columns = 0;
     for (size_t j = 0; j < n; ++j) {
       const ValueKind k = classify(head[j]);
       const bool values =
           d.columns[j].type != ColumnType::kCharacter &&
           d.columns[j].numbers + d.columns[j].dates + d.columns[j].times + d.columns[j].datetimes >
               0;
-      value_columns += values;
-      if (values && (k == ValueKind::kText || k == ValueKind::kMissing)) {
-        ++texts_in_values;
-        text_over_values = text_over_values || k == ValueKind::kText;
-      }
+      text_over_values = text_over_values || (values && k == ValueKind::kText);
       all_text = all_text && (k == ValueKind::kText || (k == ValueKind::kMissing && j == 0));
     }
     if (text_over_values) return true;
