@@ -416,8 +416,8 @@ std::vector<Hostile> hostile_inputs() {
   return {
       {"empty", "", "the file is empty"},
       {"one_line", "1,2,3\n",
-       "only one line of data: too little to tell a header from data (give --header 1 for names "
-       "alone)"},
+       "only one line of data: too little to tell a header from data (give --header 1 or "
+       "--no-header)"},
       {"binary",
        std::string("\x7f"
                    "ELF\x02\x01\x01\0\0\0",

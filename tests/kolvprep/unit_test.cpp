@@ -276,8 +276,8 @@ TEST(Detect, Refusals) {
   EXPECT_EQ(look("1,2\n3\0,4\n").error, "");  // text cut at the literal's NUL: one line
   EXPECT_EQ(look(std::string("1,2\n3\0,4\n", 9)).error, "a NUL byte at offset 5: not a text file");
   EXPECT_EQ(look("1,2,3\n").error,
-            "only one line of data: too little to tell a header from data (give --header 1 for "
-            "names alone)");
+            "only one line of data: too little to tell a header from data (give --header 1 or "
+            "--no-header)");
   EXPECT_EQ(look("# only\n\n").error, "no lines of data: only blank or comment lines");
 }
 
@@ -674,6 +674,12 @@ TEST(Detect, EveryGuessCanBeGiven) {
   ASSERT_EQ(f.d.columns.size(), 3u);
   EXPECT_DOUBLE_EQ(f.d.columns[1].min, 1990);
   EXPECT_DOUBLE_EQ(f.d.columns[2].max, 2.5);
+  // One line: data with --no-header, names with --header 1.
+  Overrides data;
+  data.header = 0;
+  f = look_with("1,2,3\n", data);
+  ASSERT_TRUE(f.ok) << f.error;
+  EXPECT_EQ(f.d.data_lines, 1u);
   Overrides header;
   header.header = 1;
   f = look_with("1,2\n3,4\n", header);

@@ -812,7 +812,11 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       for (const Record& r : records) texts.push_back(r.text);
     }
   }
-  if (texts.size() < 2 && given.header <= 0) {
+  if (texts.empty()) {
+    error = "no lines of data: only blank or comment lines";
+    return false;
+  }
+  if (texts.size() < 2 && given.header < 0) {
     // One line: a header alone (names, no data) gives an empty data set.
     bool names = texts.size() == 1;
     Splitter s(have_delimited ? d.layout : Layout::kBlank, {}, quoting, d.delimiter);
@@ -824,9 +828,9 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       distinct.insert(std::string(x));
     }
     if (!names || distinct.size() != f.size() || records[0].number == 0) {
-      error = texts.empty() ? "no lines of data: only blank or comment lines"
-                            : "only one line of data: too little to tell a header from data "
-                              "(give --header 1 for names alone)";
+      error =
+          "only one line of data: too little to tell a header from data (give --header 1 or "
+          "--no-header)";
       return false;
     }
   }
