@@ -718,16 +718,22 @@ Case make_case(uint64_t seed) {
     if (rng.chance(50)) d.eol = "\r\n";
   }
   if (kind == "preamble") {
-    const std::vector<std::string> titles = {"Table 3. Population by region",
-                                             "Source: national survey 2020",
-                                             "Prepared by the statistics office"};
-    const int n = rng.range(1, 3);
-    for (int i = 0; i < n; ++i) w.record(titles[static_cast<size_t>(i)]);
+    // Title lines, one of them sometimes holding the delimiter once (two
+    // fields, never the table's count).
+    const std::string d1 = d.delim == '\t' ? "\t" : std::string(1, d.delim);
+    const std::vector<std::string> titles = {
+        "Table 3. Population by region", "Source: national survey" + d1 + " 2020",
+        "Prepared by the statistics office", "Units: persons" + d1 + " thousands",
+        "Quarterly figures"};
+    const size_t n = static_cast<size_t>(rng.range(1, 3)), first = rng.below(titles.size());
+    for (size_t i = 0; i < n; ++i) w.record(titles[(first + i) % titles.size()]);
     if (rng.chance(50)) w.record("");
   }
+  // Comment lines begin with "#" (or "%", as some tools write them).
+  const std::string comment = rng.chance(30) ? "%" : "#";
   if (kind == "comments" || kind == "aligned_blanks") {
-    w.record("# exported " + std::to_string(rng.range(2000, 2024)) + "-01-01");
-    w.record("# columns: see the manual");
+    w.record(comment + " exported " + std::to_string(rng.range(2000, 2024)) + "-01-01");
+    w.record(comment + " columns: see the manual");
   }
 
   std::set<size_t> damage;
@@ -749,16 +755,17 @@ Case make_case(uint64_t seed) {
     head.rows.assign(t.rows.begin(), t.rows.begin() + static_cast<long>(cut));
     tail.rows.assign(t.rows.begin() + static_cast<long>(cut), t.rows.end());
     write_table(k, w, head, d, header);
-    w.record("# a note in the middle");
+    w.record(comment + " a note in the middle");
     write_table(k, w, tail, d, false);
   } else {
     write_table(k, w, t, d, header, damage, how);
   }
   // Misfit indices count from the data's first record.
   if (kind == "footnotes") {
-    w.record("");
-    w.record("Note: values in thousands.");
-    if (rng.chance(50)) w.record("Source: the survey office, 2021");
+    // A blank line (not always) and notes of one or two fields.
+    if (rng.chance(70)) w.record("");
+    w.record(rng.chance(50) ? "Note: values in thousands." : "* provisional figures");
+    if (rng.chance(50)) w.record("Source: the survey office" + std::string(1, d.delim) + " 2021");
   }
   if (kind == "two_tables") {
     // A second, smaller table below a blank line, with other columns.
