@@ -247,6 +247,20 @@ struct Score {
   double value() const { return share * (0.5 + 0.5 * typed); }
 };
 
+// A line that reads as a note under a table: it begins with a mark such as
+// "*" or "(", its first word ends in a colon ("Source:", "Note:"), or it
+// ends with a full stop.
+bool note_like(std::string_view line) {
+  const std::string_view t = trim(line);
+  if (t.empty()) return false;
+  const unsigned char c = static_cast<unsigned char>(t[0]);
+  if (c == '*' || c == '(' || c == '[' || c == '#' || c >= 0x80) return true;
+  const size_t word = t.find_first_of(" \t");
+  const std::string_view first = t.substr(0, word);
+  if (first.size() >= 2 && first.back() == ':') return true;
+  return t.back() == '.' && t.find(' ') != std::string_view::npos;
+}
+
 bool plain_cell(std::string_view v) {
   if (classify(v) != ValueKind::kText) return true;
   // A quote left in, or another delimiter: the cell was cut wrong.
@@ -968,6 +982,23 @@ bool detect(const Sample& sample, const Overrides& given, Detection& d, std::str
       texts.resize(k);
       records.resize(k);
       break;
+    }
+  }
+
+  // Notes right under the table, with no blank line before them: at the end
+  // of the file, a few records of fewer fields than the table that read as
+  // notes. The table ends before them; the rest is set apart, as after a
+  // blank line.
+  if (sample.whole_file && d.table_end == 0) {
+    size_t k = texts.size();
+    while (k > start + 2 && texts.size() - k < 5 && records[k - 1].number != 0 &&
+           note_like(texts[k - 1]) && !fits(k - 1) && fields.size() < n)
+      --k;
+    if (k < texts.size()) {
+      d.table_end = records[k].number;
+      d.rest_lines = sample.start_lines - (records[k].number - 1);
+      texts.resize(k);
+      records.resize(k);
     }
   }
 

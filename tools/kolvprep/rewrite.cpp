@@ -755,7 +755,7 @@ bool Rewriter::plain_line(std::string_view text) {
 // same fields as Splitter gives, without gathering them first. Returns
 // false when the record does not fit (the caller undoes what was written);
 // with pad, a record of too few or too many fields is made to fit and
-// `misfit` set. Empty fields after the last column are dropped.
+// `misfit` set.
 bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
   const char d = delimiter_;
   const char quote = options_.quoting.quote;
@@ -766,13 +766,9 @@ bool Rewriter::delimited_line(std::string_view text, bool& misfit) {
   for (;;) {
     while (p < e && *p != d && is_blank(*p)) ++p;
     if (k == options_.columns) {
-      // More fields than columns: certain to be nothing when all are empty.
-      const char* r = p;
-      while (r < e && (*r == d || is_blank(*r))) ++r;
-      if (r == e) {
-        ++repaired_;
-        return true;
-      }
+      // More fields than columns, even empty ones: which field is the extra
+      // one cannot be known (an empty last field may be the record's own
+      // missing value, pushed out by one put in before it).
       if (!options_.pad) return false;
       misfit = true;
       return true;

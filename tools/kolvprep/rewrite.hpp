@@ -84,7 +84,6 @@ class Rewriter {
   uint64_t records() const { return records_; }  // records written
   uint64_t rejected() const { return rejected_; }
   uint64_t padded() const { return padded_; }
-  uint64_t repaired() const { return repaired_; }
   uint64_t joined() const { return joined_; }  // records that spanned lines
 
  private:
@@ -137,7 +136,6 @@ class Rewriter {
   uint64_t records_ = 0;
   uint64_t rejected_ = 0;
   uint64_t padded_ = 0;
-  uint64_t repaired_ = 0;
   uint64_t joined_ = 0;
   uint64_t left_out_ = 0;
   uint64_t record_number_ = 0;  // the first line of the record in hand
