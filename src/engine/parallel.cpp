@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/fatal.hpp"
+#include "engine/packed.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/rowblock.hpp"
 #include "engine/threads.hpp"
@@ -116,10 +118,86 @@ void convert_lines(const Plan& plan, const char* text, size_t size, Chunk& chunk
   chunk.clean = true;
 }
 
-// Reads the source's text in chunks of whole lines.
+// Converts text (whole records of length record, and after the last chunk's
+// records the bytes that make no record) by the one-threaded packed loop.
+// Clean as for lines: no message, no NUL byte (a refill keeps the text only
+// up to one), every record one row.
+void convert_records(const Plan& plan, int64_t record, const char* text, size_t size,
+                     Chunk& chunk) {
+  chunk.clean = false;
+  if (size == 0 || std::memchr(text, '\0', size) != nullptr) return;
+  MemoryStream messages;
+  auto output = std::make_unique<MemoryStream>();
+  FILE* in = ::fmemopen(const_cast<char*>(text), size, "r");
+  if (in == nullptr || messages.file() == nullptr || output->file() == nullptr) {
+    if (in != nullptr) std::fclose(in);
+    return;
+  }
+  LoopStatus status = kLoopNoMemory;
+  uint32_t rows = 0;
+  try {
+    Engine engine(plan, Console{messages.file(), messages.file()});
+    engine.rb.infp = in;
+    engine.sink = output->file();
+    status = loopfmt_records(engine, record);
+    rows = engine.rows;
+    chunk.vrec = std::move(engine.vrec);
+  } catch (const std::bad_alloc&) {
+    status = kLoopNoMemory;
+  } catch (const FatalError&) {
+    // Bad data in a record: reported (into messages) and the run ended.
+    status = kLoopRejected;
+  }
+  std::fclose(in);
+  const bool written = output->close();
+  if (!messages.close() || messages.size() != 0 || !written || status != kLoopDone) return;
+  const size_t whole = size / static_cast<size_t>(record);
+  const size_t bytes = static_cast<size_t>(plan.width()) * static_cast<size_t>(plan.variables());
+  if (rows != whole || output->size() != size_t{rows} * bytes) return;
+  chunk.rows = rows;
+  chunk.output = std::move(output);
+  chunk.clean = true;
+}
+
+// How the input is cut and each chunk converted.
+struct Cutting {
+  const Plan& plan;
+  int64_t record = 0;    // packed: the record length; 0: lines
+  size_t row_bytes = 0;  // one output row
+
+  void convert(const char* text, size_t size, Chunk& chunk) const {
+    if (record == 0) {
+      convert_lines(plan, text, size, chunk);
+    } else {
+      convert_records(plan, record, text, size, chunk);
+    }
+  }
+
+  // The marks of the chunk's first `rows` rows: what the one-threaded loop
+  // has marked when it stops after them.
+  std::vector<uint8_t> marks_of_rows(const Chunk& chunk, uint32_t rows) const {
+    size_t end = 0;
+    if (record != 0) {
+      end = size_t{rows} * static_cast<size_t>(record);
+    } else {
+      for (uint32_t r = 0; r < rows; ++r) {
+        const size_t lf = chunk.text.find('\n', end);
+        end = lf == std::string::npos ? chunk.text.size() : lf + 1;
+      }
+    }
+    Chunk prefix;
+    convert(chunk.text.data(), end, prefix);
+    return prefix.vrec;
+  }
+};
+
+// Reads the source's text in chunks of whole lines, or of whole records.
 class ChunkReader {
  public:
-  ChunkReader(FILE* in, size_t target) : in_(in), target_(target) {}
+  ChunkReader(FILE* in, size_t target, int64_t record)
+      : in_(in), target_(target), record_(static_cast<size_t>(record)) {
+    if (record_ != 0) target_ = std::max(record_, target_ - target_ % record_);
+  }
 
   // The next chunk's text into text; false at the input's end. A chunk that
   // holds a line longer than kLongestLine may end inside that line (its
@@ -129,7 +207,7 @@ class ChunkReader {
     carry_.clear();
     if (!at_end_ && text.size() < target_) read_more(text, target_ - text.size());
     if (text.empty()) return false;
-    if (at_end_) return true;
+    if (at_end_ || record_ != 0) return true;
     size_t searched = 0;
     for (;;) {
       const size_t last = text.find_last_of('\n');
@@ -160,6 +238,7 @@ class ChunkReader {
 
   FILE* in_;
   size_t target_;
+  size_t record_;
   std::string carry_;
   bool at_end_ = false;
   bool failed_ = false;
@@ -168,7 +247,7 @@ class ChunkReader {
 // Worker threads converting chunks in the order they were handed over.
 class Workers {
  public:
-  Workers(const Plan& plan, int threads) : plan_(plan) {
+  Workers(const Cutting& cut, int threads) : cut_(cut) {
     // Signals go to the calling thread alone: its handler undoes the run.
     sigset_t all;
     sigset_t previous;
@@ -218,7 +297,7 @@ class Workers {
         chunk = queue_.front();
         queue_.pop_front();
       }
-      convert_lines(plan_, chunk->text.data(), chunk->text.size(), *chunk);
+      cut_.convert(chunk->text.data(), chunk->text.size(), *chunk);
       {
         std::lock_guard<std::mutex> lock(mutex_);
         chunk->done = true;
@@ -227,7 +306,7 @@ class Workers {
     }
   }
 
-  const Plan& plan_;
+  const Cutting& cut_;
   std::mutex mutex_;
   std::condition_variable wake_;
   std::condition_variable finished_;
@@ -242,58 +321,25 @@ void merge_marks(std::vector<uint8_t>& into, const std::vector<uint8_t>& marks) 
     into[i] = std::max(into[i], marks[i]);
 }
 
-// The marks of the chunk's first `rows` rows: what the one-threaded loop has
-// marked when it stops after them.
-std::vector<uint8_t> marks_of_rows(const Plan& plan, const Chunk& chunk, uint32_t rows) {
-  size_t end = 0;
-  for (uint32_t r = 0; r < rows; ++r) {
-    const size_t lf = chunk.text.find('\n', end);
-    end = lf == std::string::npos ? chunk.text.size() : lf + 1;
-  }
-  Chunk prefix;
-  convert_lines(plan, chunk.text.data(), end, prefix);
-  return prefix.vrec;
-}
-
-bool parallel_layout(const Plan& plan) {
-  return plan.layout == RowLayout::kLinePerRow && row_bytes(plan) != 0;
-}
-
-}  // namespace
-
-Parallel convert_in_parallel(Engine& engine, Source& source, int threads, LoopStatus& status) {
-  const Plan& plan = engine.plan;
-  if (threads < 2 || source.file == nullptr || !parallel_layout(plan)) return Parallel::kNotTried;
-  struct stat input;
-  if (::fstat(::fileno(source.file), &input) != 0 || !S_ISREG(input.st_mode))
-    return Parallel::kNotTried;
-  const off_t start = ::ftello(source.file);
-  const size_t tiny = chunk_bytes_override();
-  if (start < 0 || (tiny == 0 && input.st_size - start < kParallelMinBytes))
-    return Parallel::kNotTried;
+// The pipeline: chunks read in order, converted by the workers, their rows
+// written in order through writer. start: where the input was when the run
+// began, for a refusal to go back to.
+Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, int threads,
+                    size_t target, BlockWriter& writer, LoopStatus& status) {
   FILE* sink = engine.sink;
   const off_t written_before = ::lseek(::fileno(sink), 0, SEEK_END);
   if (written_before < 0) return Parallel::kNotTried;
-
-  const size_t per_block = std::max<size_t>(1, kBlockBytes / row_bytes(plan));
-  BlockWriter writer(engine, false);
-  if (!writer.reserve(row_bytes(plan), per_block, 8)) {
-    status = kLoopNoMemory;
-    return Parallel::kFinished;
-  }
-
   bool refused = false;
   {
     // The chunks outlive the workers, which may still hold one when a write
     // fails and the loop ends early.
     std::deque<std::unique_ptr<Chunk>> flight;
-    Workers workers(plan, threads);
+    Workers workers(cut, threads);
     if (!workers.running()) return Parallel::kNotTried;
-    ChunkReader reader(source.file, tiny != 0 ? tiny : kDefaultChunkBytes);
+    ChunkReader reader(in, target, cut.record);
     // A few chunks per worker in flight: memory stays flat in the input's size.
     const size_t window = static_cast<size_t>(threads) * 2;
     bool more = true;
-    const size_t bytes = row_bytes(plan);
     for (;;) {
       while (more && flight.size() < window) {
         auto chunk = std::make_unique<Chunk>();
@@ -311,9 +357,9 @@ Parallel convert_in_parallel(Engine& engine, Source& source, int threads, LoopSt
       }
       const char* rows = chunk.output->text();
       for (uint32_t r = 0; r < chunk.rows; ++r) {
-        std::memcpy(writer.row(), rows + size_t{r} * bytes, bytes);
+        std::memcpy(writer.row(), rows + size_t{r} * cut.row_bytes, cut.row_bytes);
         if (writer.finish_row() == BlockWrite::kFailed) {
-          merge_marks(engine.vrec, marks_of_rows(plan, chunk, r + 1));
+          merge_marks(engine.vrec, cut.marks_of_rows(chunk, r + 1));
           status = kLoopWriteFailed;
           return Parallel::kFinished;
         }
@@ -332,14 +378,66 @@ Parallel convert_in_parallel(Engine& engine, Source& source, int threads, LoopSt
   const off_t written_now = ::lseek(::fileno(sink), 0, SEEK_END);
   const bool wrote = written_now != written_before;
   if ((wrote && ::ftruncate(::fileno(sink), written_before) != 0) ||
-      ::fseeko(source.file, start, SEEK_SET) != 0) {
+      ::fseeko(in, start, SEEK_SET) != 0) {
     status = kLoopWriteFailed;
     return Parallel::kFinished;
   }
-  std::clearerr(source.file);
+  std::clearerr(in);
   engine.rows = 0;
   std::fill(engine.vrec.begin(), engine.vrec.end(), uint8_t{0});
   return Parallel::kRefused;
+}
+
+// Whether the input is a regular file with at least kParallelMinBytes from
+// start on (any size when KOLV_CHUNK_BYTES is set); the chunk size then.
+size_t chunk_target(FILE* in, off_t start) {
+  struct stat input;
+  if (start < 0 || ::fstat(::fileno(in), &input) != 0 || !S_ISREG(input.st_mode)) return 0;
+  const size_t tiny = chunk_bytes_override();
+  if (tiny != 0) return tiny;
+  return input.st_size - start < kParallelMinBytes ? 0 : kDefaultChunkBytes;
+}
+
+}  // namespace
+
+Parallel convert_in_parallel(Engine& engine, Source& source, int threads, LoopStatus& status) {
+  const Plan& plan = engine.plan;
+  if (threads < 2 || source.file == nullptr || plan.layout != RowLayout::kLinePerRow ||
+      row_bytes(plan) == 0)
+    return Parallel::kNotTried;
+  const off_t start = ::ftello(source.file);
+  const size_t target = chunk_target(source.file, start);
+  if (target == 0) return Parallel::kNotTried;
+  const Cutting cut{plan, 0, row_bytes(plan)};
+  BlockWriter writer(engine, false);
+  if (!writer.reserve(cut.row_bytes, std::max<size_t>(1, kBlockBytes / cut.row_bytes), 8)) {
+    status = kLoopNoMemory;
+    return Parallel::kFinished;
+  }
+  return run_chunks(engine, source.file, start, cut, threads, target, writer, status);
+}
+
+Parallel convert_packed_in_parallel(Engine& engine, int64_t record, int threads,
+                                    LoopStatus& status) {
+  const Plan& plan = engine.plan;
+  FILE* in = engine.rb.infp;
+  const size_t bytes = static_cast<size_t>(plan.width()) * static_cast<size_t>(plan.variables());
+  if (threads < 2 || in == nullptr || record <= 0 || bytes == 0 ||
+      bytes > static_cast<size_t>(kBlockBytes))
+    return Parallel::kNotTried;
+  // The packed loop reads the input from its start.
+  const size_t target = chunk_target(in, 0);
+  if (target == 0 || ::fseeko(in, 0, SEEK_SET) != 0) return Parallel::kNotTried;
+  const Cutting cut{plan, record, bytes};
+  // The packed loop's block: as many rows as a block holds, one fewer at a
+  // time while memory is short.
+  BlockWriter writer(engine, true);
+  size_t per_block = static_cast<size_t>(kBlockBytes) / bytes;
+  while (per_block > 0 && !writer.reserve(bytes, per_block, 0)) --per_block;
+  if (per_block == 0) return Parallel::kNotTried;
+  if (engine.vrec.size() < static_cast<size_t>(plan.variables()))
+    engine.vrec.resize(static_cast<size_t>(plan.variables()), 0);
+  return run_chunks(engine, in, 0, cut, threads, target, writer, status);
 }
 
 }  // namespace kolv

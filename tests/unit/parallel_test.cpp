@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/fatal.hpp"
 #include "engine/loops.hpp"
 #include "engine/plan.hpp"
 #include "engine/threads.hpp"
@@ -85,7 +86,12 @@ Outcome convert(const Plan& plan, const std::string& text, const char* threads, 
   kolv::Source source{input, "/data/in.asc"};
   kolv::RowSink rows{sink};
   Outcome o;
-  o.status = engine.convert(source, rows);
+  try {
+    o.status = engine.convert(source, rows);
+  } catch (const kolv::FatalError&) {
+    // Bad data in a packed record ends the run after its report.
+    o.status = kolv::kLoopRejected;
+  }
   o.rows = engine.rows;
   o.marks = engine.vrec;
   if (!full_disk) o.output = read_all(sink);
@@ -197,6 +203,37 @@ TEST(ParallelPath, ABadFieldLeavesEverythingAsBefore) {
   EXPECT_EQ(engine.rows, 0u);
   EXPECT_EQ(std::ftell(d.input), 0);
   EXPECT_EQ(read_all(d.sink).size(), 0u);
+  EXPECT_EQ(d.out.text() + d.err.text(), "");
+}
+
+TEST(ParallelPath, CleanRecordsAreConvertedOnThreads) {
+  Plan plan;
+  plan.layout = RowLayout::kPacked;
+  plan.element = ElementType::kDouble;
+  plan.record_length = 5;
+  plan.kinds = {FieldKind::kNumeric, FieldKind::kCharacter};
+  kolv::PackedField number;
+  number.start = 0;
+  number.width = 3;
+  kolv::PackedField word;
+  word.type = 0;
+  word.start = 3;
+  word.width = 2;
+  plan.fields = {number, word};
+  std::string text;
+  for (int i = 0; i < 300; ++i) text += " 42ab";
+  Direct d(plan, text);
+  kolv::Engine engine(d.plan, kolv::Console{d.out.file(), d.err.file()});
+  engine.rb.infp = d.input;
+  engine.sink = d.sink;
+  LoopStatus status = kolv::kLoopNoType;
+  EnvSetting c("KOLV_CHUNK_BYTES", "64");
+  EXPECT_EQ(kolv::convert_packed_in_parallel(engine, 5, 3, status), kolv::Parallel::kFinished);
+  EXPECT_EQ(status, kolv::kLoopDone);
+  EXPECT_EQ(engine.rows, 300u);
+  std::string expected;
+  for (int i = 0; i < 300; ++i) expected += kolv_test::d8(42) + std::string("ab\0\0\0\0\0\0", 8);
+  EXPECT_TRUE(read_all(d.sink) == expected);
   EXPECT_EQ(d.out.text() + d.err.text(), "");
 }
 
@@ -319,6 +356,78 @@ TEST(ParallelSameness, AFullDiskStopsAtTheSameBlockWithTheSameMarks) {
   expect_same(one, many, "full disk");
   ASSERT_GE(one.marks.size(), 2u);
   EXPECT_EQ(one.marks[1], 255);
+}
+
+// A packed record's text: each field its width of digits, blanks, a
+// decimal point, a missing value or letters; sometimes a byte that makes
+// the field bad data, or a NUL.
+std::string random_record(std::mt19937& rng, const Plan& plan, int event_rate) {
+  std::string record(static_cast<size_t>(plan.record_length), ' ');
+  std::uniform_int_distribution<int> pick(0, 999);
+  for (const kolv::PackedField& f : plan.fields) {
+    std::string text;
+    const int roll = pick(rng);
+    if (roll < event_rate) {
+      text = pick(rng) % 2 == 0 ? "1#" : std::string(1, '\0');
+    } else if (f.type == 0 || roll % 23 == 0) {
+      text = roll % 2 == 0 ? "abcdefghij" : "Zed";
+    } else if (roll % 13 == 0) {
+      text = ".";
+    } else if (roll % 17 == 0) {
+      text = "";
+    } else {
+      text = std::to_string(static_cast<long>(rng() % 100000)) + (roll % 3 == 0 ? ".5" : "");
+      if (roll % 5 == 0) text = "-" + text;
+    }
+    for (int64_t k = 0; k < f.width && k < static_cast<int64_t>(text.size()); ++k)
+      record[static_cast<size_t>(f.start + k)] = text[static_cast<size_t>(k)];
+  }
+  return record;
+}
+
+TEST(ParallelSameness, RandomPackedRecordsGiveTheOneThreadedOutcome) {
+  const char* count_text = std::getenv("KOLV_PARALLEL_CASES");
+  const int cases = count_text != nullptr ? std::atoi(count_text) : 150;
+  std::mt19937 rng(11252026);
+  int reported = 0;
+  for (int c = 0; c < cases; ++c) {
+    static const ElementType kTypes[] = {ElementType::kInt16, ElementType::kFloat32,
+                                         ElementType::kDouble};
+    Plan plan;
+    plan.layout = RowLayout::kPacked;
+    plan.element = kTypes[rng() % 3];
+    plan.fit_record_to_line_ends = rng() % 4 != 0;
+    const int n = 1 + static_cast<int>(rng() % 5);
+    int64_t at = 0;
+    for (int k = 0; k < n; ++k) {
+      kolv::PackedField f;
+      f.type = rng() % 4 == 0 ? 0 : 1;
+      f.start = at;
+      f.width = 1 + static_cast<int64_t>(rng() % 9);
+      f.decimals = static_cast<uint8_t>(rng() % 5 == 0 ? 2 : 0);
+      at += f.width;
+      plan.fields.push_back(f);
+      plan.kinds.push_back(f.type == 0 ? FieldKind::kCharacter : FieldKind::kNumeric);
+    }
+    plan.record_length = at;
+    const int event_rate = rng() % 3 == 0 ? 0 : static_cast<int>(rng() % 2);
+    const bool line_ends = rng() % 2 == 0;
+    const int records = static_cast<int>(rng() % 3000);
+    std::string text;
+    for (int r = 0; r < records; ++r) {
+      text += random_record(rng, plan, event_rate);
+      if (line_ends) text += "\n";
+    }
+    if (rng() % 4 == 0) text += "12";  // bytes that make no record
+    const std::string chunk = std::to_string(1 + rng() % 700);
+    const Outcome one = convert(plan, text, "1", nullptr);
+    const Outcome many = convert(plan, text, "4", chunk.c_str());
+    if (!one.out.empty() || !one.err.empty()) ++reported;
+    expect_same(one, many, "packed case " + std::to_string(c) + " chunk " + chunk);
+    if (testing::Test::HasFailure()) break;
+  }
+  EXPECT_GT(reported, 0);
+  EXPECT_LT(reported, cases);
 }
 
 }  // namespace
