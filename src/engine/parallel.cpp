@@ -36,49 +36,105 @@ constexpr size_t kLongestLine = 32768;
 // Bytes read at a time when a chunk is stretched to the next line end.
 constexpr size_t kStretchBytes = 4096;
 
-// A stream that writes into memory, freed with its text.
-class MemoryStream {
- public:
-  MemoryStream() : file_(::open_memstream(&text_, &size_)) {}
-  ~MemoryStream() {
-    if (file_ != nullptr) std::fclose(file_);
-    std::free(text_);
-  }
-  MemoryStream(const MemoryStream&) = delete;
-  MemoryStream& operator=(const MemoryStream&) = delete;
-
-  FILE* file() const { return file_; }
-  // Ends writing; the text and its size are then final. False on failure.
-  bool close() {
-    const bool ok = file_ != nullptr && std::fclose(file_) == 0;
-    file_ = nullptr;
-    return ok;
-  }
-  const char* text() const { return text_; }
-  size_t size() const { return size_; }
-
- private:
-  char* text_ = nullptr;
-  size_t size_ = 0;
-  FILE* file_;
-};
-
-// One chunk of whole lines and what a worker made of it.
+// One chunk of the input and what a worker made of it. Chunks are used
+// again once their rows are written, so their buffers keep their memory.
 struct Chunk {
   std::string text;
   bool clean = false;  // converted without any event; rows are final
   bool done = false;   // the worker has finished with it
   uint32_t rows = 0;
-  std::unique_ptr<MemoryStream> output;
+  std::string output;  // the rows, as the row loop wrote them
   std::vector<uint8_t> vrec;
+
+  void reuse() {
+    text.clear();
+    output.clear();
+    clean = false;
+    done = false;
+    rows = 0;
+  }
 };
 
-// Converts text (whole lines) by the one-threaded row loop of the plan, into
-// chunk's rows. The chunk is clean when the loop read to the end without a
-// message, every line gave one row, and no byte of the text could have
-// ended the buffered text early (a NUL) or stretched a field or a run of
-// blanks near the read buffer's length.
-void convert_lines(const Plan& plan, const char* text, size_t size, Chunk& chunk) {
+// The row loop's writes to a chunk: appended to its output.
+ssize_t append_rows(void* cookie, const char* bytes, size_t size) {
+  try {
+    static_cast<std::string*>(cookie)->append(bytes, size);
+  } catch (const std::bad_alloc&) {
+    return 0;  // the write fails: the chunk is refused
+  }
+  return static_cast<ssize_t>(size);
+}
+
+// An unbuffered stream over the chunk's output, so that every block is one
+// append.
+FILE* open_rows(std::string& output) {
+  cookie_io_functions_t io{};
+  io.write = append_rows;
+  FILE* f = ::fopencookie(&output, "w", io);
+  if (f != nullptr) std::setvbuf(f, nullptr, _IONBF, 0);
+  return f;
+}
+
+// Puts a worker's engine back to the state of a conversion's start.
+void restart(Engine& engine) {
+  engine.rows = 0;
+  engine.srcrow = 1;
+  engine.record = 0;
+  std::fill(engine.vrec.begin(), engine.vrec.end(), uint8_t{0});
+  ReadBuffer& rb = engine.rb;
+  rb.read_size = kReadSize;
+  rb.readbytes = 0;
+  rb.buffered = 0;
+  rb.theresmore = 1;
+  rb.infp = nullptr;
+  rb.cperr = nullptr;
+  rb.fills = 0;
+}
+
+// Runs loop over text (size bytes) on the worker's engine, its messages
+// caught in memory: the chunk is clean when the loop ran to its end without
+// a message and wrote `rows` rows of row_bytes each.
+template <typename Loop>
+void convert_text(Engine& engine, const char* text, size_t size, uint32_t rows, size_t row_bytes,
+                  Chunk& chunk, Loop loop) {
+  chunk.clean = false;
+  char* said = nullptr;
+  size_t said_size = 0;
+  FILE* messages = ::open_memstream(&said, &said_size);
+  FILE* in = ::fmemopen(const_cast<char*>(text), size, "r");
+  FILE* out = open_rows(chunk.output);
+  LoopStatus status = kLoopNoMemory;
+  if (messages != nullptr && in != nullptr && out != nullptr) {
+    restart(engine);
+    engine.io = Console{messages, messages};
+    engine.rb.infp = in;
+    engine.sink = out;
+    try {
+      status = loop(engine);
+    } catch (const std::bad_alloc&) {
+      status = kLoopNoMemory;
+    } catch (const FatalError&) {
+      // Bad data in a packed record: reported (into messages), run ended.
+      status = kLoopRejected;
+    }
+  }
+  bool quiet = true;
+  if (messages != nullptr) quiet = std::fclose(messages) == 0 && said_size == 0;
+  std::free(said);
+  if (in != nullptr) std::fclose(in);
+  if (out != nullptr && std::fclose(out) != 0) status = kLoopWriteFailed;
+  if (!quiet || status != kLoopDone || engine.rows != rows) return;
+  if (chunk.output.size() != size_t{rows} * row_bytes) return;
+  chunk.rows = rows;
+  chunk.vrec.assign(engine.vrec.begin(), engine.vrec.end());
+  chunk.clean = true;
+}
+
+// Converts text (whole lines) by the one-threaded row loop of the plan. Clean
+// also needs every line to give one row and no byte of the text that could
+// end the buffered text early (a NUL) or stretch a field or a run of blanks
+// near the read buffer's length.
+void convert_lines(Engine& engine, const char* text, size_t size, Chunk& chunk) {
   chunk.clean = false;
   if (size == 0 || std::memchr(text, '\0', size) != nullptr) return;
   uint32_t lines = 0;
@@ -89,74 +145,23 @@ void convert_lines(const Plan& plan, const char* text, size_t size, Chunk& chunk
     ++lines;
     p = stop + 1;
   }
-  MemoryStream messages;
-  auto output = std::make_unique<MemoryStream>();
-  FILE* in = ::fmemopen(const_cast<char*>(text), size, "r");
-  if (in == nullptr || messages.file() == nullptr || output->file() == nullptr) {
-    if (in != nullptr) std::fclose(in);
-    return;
-  }
-  LoopStatus status = kLoopNoMemory;
-  uint32_t rows = 0;
-  try {
-    Engine engine(plan, Console{messages.file(), messages.file()});
-    engine.rb.infp = in;
-    engine.sink = output->file();
-    first_fill(engine.rb);
-    status = run_delimited(engine);
-    rows = engine.rows;
-    chunk.vrec = std::move(engine.vrec);
-  } catch (const std::bad_alloc&) {
-    status = kLoopNoMemory;
-  }
-  std::fclose(in);
-  const bool written = output->close();
-  if (!messages.close() || messages.size() != 0 || !written || status != kLoopDone) return;
-  if (rows != lines || output->size() != size_t{rows} * row_bytes(plan)) return;
-  chunk.rows = rows;
-  chunk.output = std::move(output);
-  chunk.clean = true;
+  convert_text(engine, text, size, lines, row_bytes(engine.plan), chunk, [](Engine& e) {
+    first_fill(e.rb);
+    return run_delimited(e);
+  });
 }
 
 // Converts text (whole records of length record, and after the last chunk's
 // records the bytes that make no record) by the one-threaded packed loop.
-// Clean as for lines: no message, no NUL byte (a refill keeps the text only
-// up to one), every record one row.
-void convert_records(const Plan& plan, int64_t record, const char* text, size_t size,
-                     Chunk& chunk) {
+// Clean also needs no NUL byte (a refill keeps the text only up to one).
+void convert_records(Engine& engine, int64_t record, const char* text, size_t size, Chunk& chunk) {
   chunk.clean = false;
   if (size == 0 || std::memchr(text, '\0', size) != nullptr) return;
-  MemoryStream messages;
-  auto output = std::make_unique<MemoryStream>();
-  FILE* in = ::fmemopen(const_cast<char*>(text), size, "r");
-  if (in == nullptr || messages.file() == nullptr || output->file() == nullptr) {
-    if (in != nullptr) std::fclose(in);
-    return;
-  }
-  LoopStatus status = kLoopNoMemory;
-  uint32_t rows = 0;
-  try {
-    Engine engine(plan, Console{messages.file(), messages.file()});
-    engine.rb.infp = in;
-    engine.sink = output->file();
-    status = loopfmt_records(engine, record);
-    rows = engine.rows;
-    chunk.vrec = std::move(engine.vrec);
-  } catch (const std::bad_alloc&) {
-    status = kLoopNoMemory;
-  } catch (const FatalError&) {
-    // Bad data in a record: reported (into messages) and the run ended.
-    status = kLoopRejected;
-  }
-  std::fclose(in);
-  const bool written = output->close();
-  if (!messages.close() || messages.size() != 0 || !written || status != kLoopDone) return;
-  const size_t whole = size / static_cast<size_t>(record);
+  const Plan& plan = engine.plan;
   const size_t bytes = static_cast<size_t>(plan.width()) * static_cast<size_t>(plan.variables());
-  if (rows != whole || output->size() != size_t{rows} * bytes) return;
-  chunk.rows = rows;
-  chunk.output = std::move(output);
-  chunk.clean = true;
+  const auto whole = static_cast<uint32_t>(size / static_cast<size_t>(record));
+  convert_text(engine, text, size, whole, bytes, chunk,
+               [record](Engine& e) { return loopfmt_records(e, record); });
 }
 
 // How the input is cut and each chunk converted.
@@ -165,11 +170,11 @@ struct Cutting {
   int64_t record = 0;    // packed: the record length; 0: lines
   size_t row_bytes = 0;  // one output row
 
-  void convert(const char* text, size_t size, Chunk& chunk) const {
+  void convert(Engine& engine, const char* text, size_t size, Chunk& chunk) const {
     if (record == 0) {
-      convert_lines(plan, text, size, chunk);
+      convert_lines(engine, text, size, chunk);
     } else {
-      convert_records(plan, record, text, size, chunk);
+      convert_records(engine, record, text, size, chunk);
     }
   }
 
@@ -186,7 +191,8 @@ struct Cutting {
       }
     }
     Chunk prefix;
-    convert(chunk.text.data(), end, prefix);
+    Engine engine(plan, Console{});
+    convert(engine, chunk.text.data(), end, prefix);
     return prefix.vrec;
   }
 };
@@ -203,7 +209,7 @@ class ChunkReader {
   // holds a line longer than kLongestLine may end inside that line (its
   // worker refuses it).
   bool next(std::string& text) {
-    text.swap(carry_);
+    text.assign(carry_);
     carry_.clear();
     if (!at_end_ && text.size() < target_) read_more(text, target_ - text.size());
     if (text.empty()) return false;
@@ -288,6 +294,13 @@ class Workers {
 
  private:
   void work() {
+    // One engine per worker, started afresh for every chunk.
+    std::unique_ptr<Engine> engine;
+    try {
+      engine = std::make_unique<Engine>(cut_.plan, Console{});
+    } catch (const std::bad_alloc&) {
+      // Without an engine every chunk this worker takes is refused.
+    }
     for (;;) {
       Chunk* chunk = nullptr;
       {
@@ -297,7 +310,7 @@ class Workers {
         chunk = queue_.front();
         queue_.pop_front();
       }
-      cut_.convert(chunk->text.data(), chunk->text.size(), *chunk);
+      if (engine != nullptr) cut_.convert(*engine, chunk->text.data(), chunk->text.size(), *chunk);
       {
         std::lock_guard<std::mutex> lock(mutex_);
         chunk->done = true;
@@ -334,6 +347,7 @@ Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, i
     // The chunks outlive the workers, which may still hold one when a write
     // fails and the loop ends early.
     std::deque<std::unique_ptr<Chunk>> flight;
+    std::vector<std::unique_ptr<Chunk>> spare;
     Workers workers(cut, threads);
     if (!workers.running()) return Parallel::kNotTried;
     ChunkReader reader(in, target, cut.record);
@@ -342,7 +356,14 @@ Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, i
     bool more = true;
     for (;;) {
       while (more && flight.size() < window) {
-        auto chunk = std::make_unique<Chunk>();
+        std::unique_ptr<Chunk> chunk;
+        if (spare.empty()) {
+          chunk = std::make_unique<Chunk>();
+        } else {
+          chunk = std::move(spare.back());
+          spare.pop_back();
+          chunk->reuse();
+        }
         more = reader.next(chunk->text);
         if (!more) break;
         workers.submit(chunk.get());
@@ -355,7 +376,7 @@ Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, i
         refused = true;
         break;
       }
-      const char* rows = chunk.output->text();
+      const char* rows = chunk.output.data();
       for (uint32_t r = 0; r < chunk.rows; ++r) {
         std::memcpy(writer.row(), rows + size_t{r} * cut.row_bytes, cut.row_bytes);
         if (writer.finish_row() == BlockWrite::kFailed) {
@@ -365,6 +386,7 @@ Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, i
         }
       }
       merge_marks(engine.vrec, chunk.vrec);
+      spare.push_back(std::move(flight.front()));
       flight.pop_front();
     }
   }
