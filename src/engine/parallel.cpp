@@ -377,13 +377,25 @@ Parallel run_chunks(Engine& engine, FILE* in, off_t start, const Cutting& cut, i
         break;
       }
       const char* rows = chunk.output.data();
-      for (uint32_t r = 0; r < chunk.rows; ++r) {
-        std::memcpy(writer.row(), rows + size_t{r} * cut.row_bytes, cut.row_bytes);
-        if (writer.finish_row() == BlockWrite::kFailed) {
-          merge_marks(engine.vrec, cut.marks_of_rows(chunk, r + 1));
+      const size_t per_block = writer.rows_per_block();
+      for (uint32_t r = 0; r < chunk.rows;) {
+        // Whole blocks straight from the chunk; the rest row by row.
+        const bool whole = writer.held() == 0 && chunk.rows - r >= per_block;
+        const uint32_t read = whole ? r + static_cast<uint32_t>(per_block) : r + 1;
+        BlockWrite wrote;
+        if (whole) {
+          wrote = writer.write_block(rows + size_t{r} * cut.row_bytes);
+        } else {
+          std::memcpy(writer.row(), rows + size_t{r} * cut.row_bytes, cut.row_bytes);
+          wrote = writer.finish_row();
+        }
+        if (wrote == BlockWrite::kFailed) {
+          // The one-threaded loop stops after the row that filled the block.
+          merge_marks(engine.vrec, cut.marks_of_rows(chunk, read));
           status = kLoopWriteFailed;
           return Parallel::kFinished;
         }
+        r = read;
       }
       merge_marks(engine.vrec, chunk.vrec);
       spare.push_back(std::move(flight.front()));
