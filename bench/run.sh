@@ -87,6 +87,11 @@ kolv_job comma_i    'INPUT comma.csv; OUTPUT comma_i; OUTTYP I; INVAR DELIMIT(\R
 kolv_job soft_sel   'INPUT soft.txt;  OUTPUT soft_sel;  INVAR x[1:10]; OUTVAR x01 x03 x05 x07 x09;'
 kolv_job comma_sel  'INPUT comma.csv; OUTPUT comma_sel; INVAR DELIMIT(\R) x[1:10]; OUTVAR x01 x03 x05 x07 x09;'
 kolv_job packed_d   'INPUT packed.txt; OUTPUT packed_d; INVAR RECORD = 140 #(1,14.6) x[1:10];'
+# The jobs that run on worker threads, again on one thread (KOLV_THREADS=1),
+# each into a data set of its own.
+kolv_job comma_d1   'INPUT comma.csv; OUTPUT comma_d1; INVAR DELIMIT(\R) x[1:10];'
+kolv_job comma_f1   'INPUT comma.csv; OUTPUT comma_f1; OUTTYP F; INVAR DELIMIT(\R) x[1:10];'
+kolv_job packed_d1  'INPUT packed.txt; OUTPUT packed_d1; INVAR RECORD = 140 #(1,14.6) x[1:10];'
 kolv_job mixed_d    'INPUT mixed.txt; OUTPUT mixed_d; INVAR $name #a[1:4] $code #b[1:4];'
 kolv_job long_d     'INPUT long.txt;  OUTPUT long_d;  INVAR x[1:10];'
 
@@ -119,6 +124,9 @@ job "kolv comma \\R, I"          comma.csv  comma "$kolv comma_i.cmd -noc"
 job "kolv soft, OUTVAR 5 of 10"  soft.txt   soft  "$kolv soft_sel.cmd -noc"
 job "kolv comma, OUTVAR 5 of 10" comma.csv  comma "$kolv comma_sel.cmd -noc"
 job "kolv packed, D"             packed.txt soft  "$kolv packed_d.cmd -noc"
+job "kolv comma \\R, D, 1 thread" comma.csv comma "env KOLV_THREADS=1 $kolv comma_d1.cmd -noc"
+job "kolv comma \\R, F, 1 thread" comma.csv comma "env KOLV_THREADS=1 $kolv comma_f1.cmd -noc"
+job "kolv packed, D, 1 thread"   packed.txt soft  "env KOLV_THREADS=1 $kolv packed_d1.cmd -noc"
 job "kolv mixed, D"              mixed.txt  soft  "$kolv mixed_d.cmd -noc"
 job "kolv long forms, D"         long.txt   long  "$kolv long_d.cmd -noc"
 # After "kolv soft, D" in every round, so its data set is there to read.
@@ -179,6 +187,9 @@ for (( j = 0; j < njobs; j++ )); do
     "kolv soft, OUTVAR 5 of 10") verify $j soft_sel.dat ref_soft.bin 10 0,2,4,6,8 ;;
     "kolv comma, OUTVAR 5 of 10") verify $j comma_sel.dat ref_comma.bin 10 0,2,4,6,8 ;;
     "kolv packed, D") verify $j packed_d.dat ref_soft.bin 10 ;;
+    "kolv comma \\R, D, 1 thread") verify $j comma_d1.dat ref_comma.bin 10 ;;
+    "kolv comma \\R, F, 1 thread") verify $j comma_f1.dat ref_comma.bin 10 ;;
+    "kolv packed, D, 1 thread") verify $j packed_d1.dat ref_soft.bin 10 ;;
     "kolv mixed, D") verify $j mixed_d.dat ref_soft.bin 10 -,0,1,2,3,-,4,5,6,7 ;;
     "kolv long forms, D") verify $j long_d.dat ref_long.bin 10 ;;
     "from_chars loop, "*) check[$j]="identical" ;;

@@ -21,10 +21,12 @@
 #include "engine/loops.hpp"
 #include "engine/messages.hpp"
 #include "engine/packed.hpp"
+#include "engine/parallel.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/rowblock.hpp"
 #include "engine/scanners.hpp"
 #include "engine/sourcerr.hpp"
+#include "engine/threads.hpp"
 
 namespace kolv {
 
@@ -211,10 +213,10 @@ LoopStatus convert(Engine& engine, int64_t record, int buffer_bytes) {
 
 }  // namespace
 
-int loopfmt_buffered(Engine& engine, int buffer_bytes) {
-  ReadSizeRestore restore{engine.rb};
-  const int64_t record = check_line_ends(engine);
-  engine.record = record;
+namespace {
+
+// The records, once the record length is settled.
+int packed_records(Engine& engine, int64_t record, int buffer_bytes) {
   switch (engine.plan.element) {
     case ElementType::kInt16:
       return convert<2>(engine, record, buffer_bytes);
@@ -226,8 +228,30 @@ int loopfmt_buffered(Engine& engine, int buffer_bytes) {
   return kLoopNoType;
 }
 
+}  // namespace
+
+int loopfmt_buffered(Engine& engine, int buffer_bytes) {
+  ReadSizeRestore restore{engine.rb};
+  const int64_t record = check_line_ends(engine);
+  engine.record = record;
+  return packed_records(engine, record, buffer_bytes);
+}
+
 LoopStatus loopfmt(Engine& engine) {
-  return static_cast<LoopStatus>(loopfmt_buffered(engine, kReadSize));
+  ReadSizeRestore restore{engine.rb};
+  const int64_t record = check_line_ends(engine);
+  engine.record = record;
+  LoopStatus status = kLoopDone;
+  if (convert_packed_in_parallel(engine, record, conversion_threads(), status) ==
+      Parallel::kFinished)
+    return status;
+  return static_cast<LoopStatus>(packed_records(engine, record, kReadSize));
+}
+
+LoopStatus loopfmt_records(Engine& engine, int64_t record) {
+  ReadSizeRestore restore{engine.rb};
+  engine.record = record;
+  return static_cast<LoopStatus>(packed_records(engine, record, kReadSize));
 }
 
 }  // namespace kolv

@@ -1,7 +1,9 @@
 #include "engine/loops.hpp"
 
+#include "engine/parallel.hpp"
 #include "engine/readbuf.hpp"
 #include "engine/row_engine.hpp"
+#include "engine/threads.hpp"
 
 namespace kolv {
 
@@ -48,6 +50,9 @@ LoopStatus Engine::convert(Source& source, RowSink& row_sink) {
   input_name = source.name;
   sink = row_sink.file;
   if (plan.layout == RowLayout::kPacked) return loopfmt(*this);
+  LoopStatus status = kLoopDone;
+  if (convert_in_parallel(*this, source, conversion_threads(), status) == Parallel::kFinished)
+    return status;
   first_fill(rb);
   return run_delimited(*this);
 }

@@ -64,6 +64,13 @@ struct Engine {
   std::vector<uint8_t> vrec;
 };
 
+// The bytes of one output row of a delimited conversion.
+inline size_t row_bytes(const Plan& plan) {
+  const size_t columns =
+      plan.all_columns ? static_cast<size_t>(plan.variables()) : plan.columns.size();
+  return static_cast<size_t>(plan.width()) * columns * static_cast<size_t>(plan.parts());
+}
+
 // The delimited row loops, after the first fill: the one instantiation that
 // the plan's layout, element type and column choice select.
 LoopStatus run_delimited(Engine& engine);

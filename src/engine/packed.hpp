@@ -79,4 +79,8 @@ inline bool packed_number(const char* field, int64_t width, int decimals, char m
 // the full read size; tests use small sizes to make records cross refills.
 int loopfmt_buffered(Engine& engine, int buffer_bytes);
 
+// The records of engine.rb.infp by a record length already settled (line
+// ends checked and reported): what a worker converts a chunk of records by.
+LoopStatus loopfmt_records(Engine& engine, int64_t record);
+
 }  // namespace kolv

@@ -35,7 +35,7 @@ LoopStatus row_loop(Engine& engine) {
   const int outputs = static_cast<int>(plan.columns.size());
   const int columns = All ? n : outputs * cplx;
   constexpr bool kDirect = All && W == 8;
-  const size_t row_bytes = static_cast<size_t>(W) * static_cast<size_t>(columns);
+  const size_t row_bytes = kolv::row_bytes(plan);
   size_t rows_per_block = row_bytes == 0 ? 1 : kBlockBytes / row_bytes;
   if (rows_per_block == 0) rows_per_block = 1;  // a row wider than a block still fits one
 
