@@ -671,8 +671,17 @@ TEST(LoopFmt, RecordsAcrossManySmallRefills) {
 
 TEST(LoopFmt, RecordsAcrossTheReadBufferBoundary) {
   // 131072 is not a multiple of 7: each fill holds 18724 whole records.
+  // The refills counted are the one-threaded reading's, so this run keeps
+  // to one thread whatever KOLV_THREADS the suite runs under.
+  const char* threads = std::getenv("KOLV_THREADS");
+  const std::string saved = threads != nullptr ? threads : "";
+  ::setenv("KOLV_THREADS", "1", 1);
   PackedRun p("7 (1,7) a", numbered_records(60000, 7));
   EXPECT_EQ(p.convert(), 0);
+  if (threads != nullptr)
+    ::setenv("KOLV_THREADS", saved.c_str(), 1);
+  else
+    ::unsetenv("KOLV_THREADS");
   expect_numbered(p, 60000);
   // 420000 bytes: the first fill and three refills.
   EXPECT_EQ(p.engine->rb.fills, 3u);
